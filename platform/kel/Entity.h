@@ -1,0 +1,186 @@
+// Entities, notifiees and notification delivery.
+//
+// An entity is a counted object that announces changes of its attributes to its notifiees. Each
+// entity type T declares `T::NotifieeConst` with one virtual `onX(...)` per notifying attribute; an
+// observer derives from it, binds to one notifier with `notifierIs` and overrides what it needs.
+//
+// Delivery is synchronous and nests: a handler may change other entities, which notify in turn.
+// What stays true while that happens:
+//  - a notifiee is notified only while it is registered and active; one that is unregistered or
+//    destroyed during a notification (itself or another notifiee of the same notifier) gets no
+//    further calls, and one registered during a notification first hears the next one;
+//  - the notifier lives until its notification has been delivered, even if a handler drops the
+//    last outside reference to it.
+// To keep positions stable while a notifiee list is being walked, removal during any notification
+// only clears the slot; the list is compacted at the next change made outside of notifications.
+// The list is one word: empty, a single notifiee inline, or a pointer to a block of slots.
+//
+// Reactors (Reactor.h) dropped during a notification are destroyed only once the outermost
+// notification has returned (`deferDelete`), so a handler never runs on a destroyed object.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/kel/Ptr.h"
+
+namespace Kel {
+
+class Entity;
+class NotifieeBase;
+
+namespace detail {
+// Depth of nested notifications (and loop turns) on this thread.
+extern thread_local uint32_t notificationDepth;
+void drainDeferredDeletes() noexcept;
+}  // namespace detail
+
+// Marks a stretch of code during which objects dropped must not be destroyed yet.
+class NotificationScope {
+ public:
+  NotificationScope() noexcept { ++detail::notificationDepth; }
+  ~NotificationScope() {
+    if (--detail::notificationDepth == 0) detail::drainDeferredDeletes();
+  }
+  NotificationScope(const NotificationScope&) = delete;
+  NotificationScope& operator=(const NotificationScope&) = delete;
+};
+
+inline bool notificationInProgress() noexcept { return detail::notificationDepth != 0; }
+
+// Destroys `n` now, or after the outermost notification in progress has returned.
+void deferDelete(NotifieeBase* n) noexcept;
+
+class NotifieeList {
+ public:
+  NotifieeList() noexcept = default;
+  NotifieeList(const NotifieeList&) = delete;
+  NotifieeList& operator=(const NotifieeList&) = delete;
+  ~NotifieeList();
+
+  bool empty() const noexcept { return bits_ == 0; }
+  // Slots, including cleared ones; stable during a notification.
+  size_t slots() const noexcept {
+    if (bits_ == 0) return 0;
+    if (!(bits_ & 1)) return 1;
+    return block()->size();
+  }
+  NotifieeBase* at(size_t i) const noexcept {
+    if (!(bits_ & 1)) return reinterpret_cast<NotifieeBase*>(bits_);
+    return (*block())[i];
+  }
+  // Registered notifiees.
+  size_t size() const noexcept;
+  std::vector<NotifieeBase*> members() const;
+
+  void add(NotifieeBase* n);
+  void remove(NotifieeBase* n) noexcept;
+
+ private:
+  using Block = std::vector<NotifieeBase*>;
+  Block* block() const noexcept { return reinterpret_cast<Block*>(bits_ & ~uintptr_t(1)); }
+  void compact() noexcept;
+
+  uintptr_t bits_ = 0;
+};
+
+// What every notifiee has: its notifier (held counted, so the notifier outlives its observers),
+// and three flags.
+class NotifieeBase {
+ public:
+  NotifieeBase(const NotifieeBase&) = delete;
+  NotifieeBase& operator=(const NotifieeBase&) = delete;
+  virtual ~NotifieeBase();
+
+  bool isRegisteredNotifiee() const noexcept { return flags_ & kRegistered; }
+  // Registers with (true) or unregisters from (false) the current notifier.
+  void isRegisteredNotifieeIs(bool registered);
+  bool hasNotificationActive() const noexcept { return flags_ & kActive; }
+  // Switches delivery on or off; a reactor switches its nested reactors too.
+  virtual void hasNotificationActiveIs(bool active);
+  bool isZombie() const noexcept { return flags_ & kZombie; }
+
+  Entity const* notifierBase() const noexcept { return notifier_; }
+
+ protected:
+  NotifieeBase() noexcept = default;
+  // Rebinds to `n`: unregisters from the old notifier, releases it, holds and registers with `n`.
+  void notifierBaseIs(Entity const* n);
+  void zombieIs(bool z) noexcept {
+    flags_ = static_cast<uint8_t>(z ? (flags_ | kZombie) : (flags_ & ~kZombie));
+  }
+
+ private:
+  static constexpr uint8_t kRegistered = 1, kActive = 2, kZombie = 4;
+  Entity const* notifier_ = nullptr;
+  uint8_t flags_ = kRegistered | kActive;
+};
+
+class Entity : public PtrInterface {
+ public:
+  // Full type name, as registered for reflection ("Routing::Protocol::Route").
+  virtual const char* typeName() const noexcept = 0;
+  // The entity's name: the text form of its key, or its attribute name for keyless children.
+  virtual std::string name() const;
+  // Names from the root of its owners down to this entity, joined by '/'.
+  std::string fullName() const;
+  Entity const* parent() const noexcept { return parent_; }
+  const char* parentAttrName() const noexcept { return parentAttrName_ ? parentAttrName_ : ""; }
+  const NotifieeList& notifieeList() const noexcept { return notifiees_; }
+
+  // Set by the owning collection when the entity is created in it, cleared when it leaves.
+  void parentIs(Entity const* parent, const char* attr) noexcept {
+    parent_ = parent;
+    parentAttrName_ = attr;
+  }
+
+ protected:
+  Entity() noexcept = default;
+  ~Entity() override;
+
+  // Delivers `fn(args...)` to every registered, active notifiee. N is the notifiee class that
+  // declares fn; every notifiee of this entity derives from it.
+  template <class N, class... P, class... A>
+  void notify(void (N::*fn)(P...), A&&... args) const {
+    if (notifiees_.empty()) return;
+    Ptr<Entity const> hold(this);
+    NotificationScope scope;
+    size_t n = notifiees_.slots();
+    for (size_t i = 0; i < n; ++i) {
+      NotifieeBase* nb = notifiees_.at(i);
+      if (nb == nullptr || !nb->hasNotificationActive()) continue;
+      (static_cast<N*>(nb)->*fn)(args...);
+    }
+  }
+
+ private:
+  friend class NotifieeBase;
+  mutable NotifieeList notifiees_;
+  Entity const* parent_ = nullptr;
+  const char* parentAttrName_ = nullptr;
+};
+
+// The typed base of `T::NotifieeConst`.
+template <class T>
+class NotifieeConstOf : public NotifieeBase {
+ public:
+  using Notifier = T;
+  Ptr<T const> notifier() const noexcept { return static_cast<T const*>(notifierBase()); }
+  void notifierIs(const Ptr<T const>& n) { notifierBaseIs(n.get()); }
+
+ protected:
+  NotifieeConstOf() noexcept = default;
+};
+
+// `T::Notifiee`: an observer that may also change its notifier.
+template <class T>
+class NotifieeOf : public T::NotifieeConst {
+ public:
+  Ptr<T> notifier() const noexcept {
+    return const_cast<T*>(static_cast<T const*>(this->notifierBase()));
+  }
+};
+
+}  // namespace Kel

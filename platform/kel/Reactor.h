@@ -1,0 +1,266 @@
+// State machines and their reactors.
+//
+// A state machine reacts to entities it does not own through reactors: nested notifiees, one per
+// watched entity, each holding a counted reference to its notifier and a plain pointer back to its
+// owner (never counted, so owner and reactors cannot keep each other alive). Reactors that follow
+// the members of a watched collection live in a reactor collection of their owner under the
+// member's key, and nest as deep as the watched data does.
+//
+// A reactor leaves in three steps: its `handleDel()` runs (it may still look at its owner's
+// collections, which still hold it), it is taken out of the collection and flagged a zombie (it and
+// its nested reactors stop hearing notifications), and it is destroyed once no notification is in
+// progress, so a handler that dropped its own reactor still runs to completion on a live object.
+// Destroying a whole state machine destroys its reactors without running any `handleDel()`.
+//
+// Every reactor container registers with its owner, so that `hasNotificationActiveIs` on a state
+// machine or reactor reaches every reactor below it.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "platform/kel/Attribute.h"
+#include "platform/kel/Entity.h"
+#include "platform/kel/HashTable.h"
+
+namespace Kel {
+
+class ReactorContainerBase;
+
+// Anything that holds reactor containers: a state machine, or a reactor with nested reactors.
+class ReactorOwner {
+ public:
+  ReactorOwner() noexcept = default;
+  ReactorOwner(const ReactorOwner&) = delete;
+  ReactorOwner& operator=(const ReactorOwner&) = delete;
+
+  void kelContainerIs(ReactorContainerBase* c) noexcept;
+  // Applies `hasNotificationActiveIs(active)` to every reactor held, recursively.
+  void kelReactorsActiveIs(bool active);
+  // Flags every reactor held as a zombie, recursively.
+  void kelReactorsZombieIs(bool zombie);
+
+ protected:
+  ~ReactorOwner() = default;
+
+ private:
+  ReactorContainerBase* containers_ = nullptr;
+};
+
+// The part of every reactor that does not depend on what it watches.
+class ReactorBase : public ReactorOwner {
+ public:
+  virtual ~ReactorBase() = default;
+  // Runs when the watched entity leaves the collection that the reactor follows.
+  virtual void handleDel() {}
+  virtual NotifieeBase& kelNotifiee() noexcept = 0;
+  // Flags the reactor and its nested reactors as being deleted (or clears the flag); while
+  // flagged they hear nothing.
+  virtual void kelDoZombieReactors(bool zombie) = 0;
+};
+
+class ReactorContainerBase {
+ public:
+  ReactorContainerBase(const ReactorContainerBase&) = delete;
+  ReactorContainerBase& operator=(const ReactorContainerBase&) = delete;
+  virtual void kelForEach(void (*fn)(ReactorBase&, bool), bool arg) = 0;
+
+ protected:
+  explicit ReactorContainerBase(ReactorOwner* owner) noexcept { owner->kelContainerIs(this); }
+  virtual ~ReactorContainerBase() = default;
+
+ private:
+  friend class ReactorOwner;
+  ReactorContainerBase* nextContainer_ = nullptr;
+};
+
+// A reactor of `Owner` on one entity of type `N`. Derive from it, override the notifications
+// wanted, and call the owner's handlers from them.
+template <class Owner, class N>
+class Reactor : public N::NotifieeConst, public ReactorBase {
+ public:
+  using Notifier = N;
+  Reactor(Owner* owner, const Ptr<N const>& notifier) : owner_(owner) { this->notifierIs(notifier); }
+
+  Owner* owner() const noexcept { return owner_; }
+  // The key of the watched entity.
+  decltype(auto) fwkKey() const noexcept { return this->notifier()->kelKey(); }
+
+  void kelDoZombieReactors(bool zombie) override {
+    if (zombie == this->isZombie()) return;
+    this->zombieIs(zombie);
+    this->hasNotificationActiveIs(!zombie);
+    kelReactorsZombieIs(zombie);
+  }
+  void hasNotificationActiveIs(bool active) override {
+    NotifieeBase::hasNotificationActiveIs(active);
+    kelReactorsActiveIs(active);
+  }
+  NotifieeBase& kelNotifiee() noexcept override { return *this; }
+
+ private:
+  Owner* owner_;
+};
+
+namespace detail {
+void zombieAndDefer(ReactorBase* r) noexcept;
+}
+
+// Reactors keyed by their notifier's key, owned by the collection.
+template <class Key, class R>
+class ReactorMap : public ReactorContainerBase {
+ public:
+  using N = typename R::Notifier;
+  explicit ReactorMap(ReactorOwner* owner) noexcept : ReactorContainerBase(owner) {}
+  ~ReactorMap() { clear(); }
+
+  R* find(const Key& k) const noexcept {
+    auto* e = t_.find(k);
+    return e ? e->value : nullptr;
+  }
+  bool contains(const Key& k) const noexcept { return t_.contains(k); }
+  size_t size() const noexcept { return t_.size(); }
+  auto begin() const { return t_.begin(); }
+  auto end() const { return t_.end(); }
+  std::vector<Key> keys() const {
+    std::vector<Key> out;
+    for (const auto& e : t_) out.push_back(e.key);
+    return out;
+  }
+
+  // Creates the reactor for `n` unless one on the same entity exists; a reactor on another
+  // entity under the same key is replaced (without its handleDel: the key did not go away).
+  template <class Owner, class... A>
+  R* is(Owner* owner, const Ptr<N const>& n, A&&... a) {
+    const Key& k = n->kelKey();
+    if (auto* e = t_.find(k)) {
+      if (e->value->notifier() == n) return e->value;
+      R* old = e->value;
+      t_.erase(k);
+      detail::zombieAndDefer(old);
+    }
+    R* r = new R(owner, n, std::forward<A>(a)...);
+    t_.insert(MapEntry<Key, R*>{k, r});
+    return r;
+  }
+  // Runs the reactor's handleDel, then removes and retires it. Returns whether there was one.
+  bool del(const Key& k) {
+    auto* e = t_.find(k);
+    if (!e) return false;
+    R* r = e->value;
+    r->handleDel();
+    if (t_.erase(k)) detail::zombieAndDefer(r);  // handleDel may itself have dropped it
+    return true;
+  }
+  void delAll() {
+    for (const Key& k : keys()) del(k);
+  }
+  // Retires every reactor without running handleDel (the owner is going away).
+  void clear() noexcept {
+    for (auto& e : t_) detail::zombieAndDefer(e.value);
+    t_.clear();
+  }
+  void kelForEach(void (*fn)(ReactorBase&, bool), bool arg) override {
+    for (auto& e : t_) fn(*e.value, arg);
+  }
+
+ private:
+  HashMap<Key, R*> t_;
+};
+
+// A single reactor, present or not.
+template <class R>
+class ReactorPtr : public ReactorContainerBase {
+ public:
+  using N = typename R::Notifier;
+  explicit ReactorPtr(ReactorOwner* owner) noexcept : ReactorContainerBase(owner) {}
+  ~ReactorPtr() { clear(); }
+
+  R* get() const noexcept { return r_; }
+  explicit operator bool() const noexcept { return r_ != nullptr; }
+  R* operator->() const noexcept { return r_; }
+
+  // Watches `n` (null: watches nothing). Watching the same entity again changes nothing.
+  template <class Owner, class... A>
+  R* is(Owner* owner, const Ptr<N const>& n, A&&... a) {
+    if (r_ && r_->notifier() == n) return r_;
+    clear();
+    if (n) r_ = new R(owner, n, std::forward<A>(a)...);
+    return r_;
+  }
+  void clear() noexcept {
+    if (r_) detail::zombieAndDefer(std::exchange(r_, nullptr));
+  }
+  void kelForEach(void (*fn)(ReactorBase&, bool), bool arg) override {
+    if (r_) fn(*r_, arg);
+  }
+
+ private:
+  R* r_ = nullptr;
+};
+
+// The base of every state machine: an entity whose inputs are constructor parameters, whose other
+// attributes are reactors and outputs, with the flag `initialized`.
+class StateMachine : public Entity, public ReactorOwner {
+ public:
+  bool initialized() const noexcept { return initialized_; }
+  // Sets the flag without notifying.
+  void initializedIs(bool v) noexcept { initialized_ = v; }
+  bool hasNotificationActive() const noexcept { return active_; }
+  // Switches notification delivery for every reactor of the machine, recursively.
+  void hasNotificationActiveIs(bool active) {
+    if (active == active_) return;
+    active_ = active;
+    kelReactorsActiveIs(active);
+  }
+
+ protected:
+  StateMachine() noexcept = default;
+
+ private:
+  bool initialized_ = false;
+  bool active_ = true;
+};
+
+}  // namespace Kel
+
+// A reactor collection attribute of a state machine (or reactor): `xIs(notifier)` creates the
+// reactor (a null notifier is refused with the framework's range error), `xDel(key)` runs its
+// handleDel and drops it, `x(key)` finds it.
+#define KEL_REACTOR_COLL(R, Key, attr)                                                         \
+ public:                                                                                       \
+  R* attr(const Key& k) const noexcept { return attr##_.find(k); }                             \
+  bool attr##Has(const Key& k) const noexcept { return attr##_.contains(k); }                  \
+  size_t attr##s() const noexcept { return attr##_.size(); }                                   \
+  const auto& attr##Coll() const noexcept { return attr##_; }                                  \
+  R* attr##Is(const ::Kel::Ptr<typename R::Notifier const>& n) {                               \
+    if (!n) ::Kel::throwNullParameter(kelReactorOwnerTypeName(), #attr);                       \
+    return attr##_.is(this, n);                                                                \
+  }                                                                                            \
+  bool attr##Del(const Key& k) { return attr##_.del(k); }                                      \
+  void attr##DelAll() { attr##_.delAll(); }                                                    \
+                                                                                               \
+ private:                                                                                      \
+  ::Kel::ReactorMap<Key, R> attr##_{this};                                                     \
+                                                                                               \
+ public:                                                                                       \
+  static_assert(true)
+
+// A single reactor attribute: `xIs(notifier)` (null watches nothing), `xDel()`.
+#define KEL_REACTOR(R, attr)                                                                   \
+ public:                                                                                       \
+  R* attr() const noexcept { return attr##_.get(); }                                           \
+  void attr##Is(const ::Kel::Ptr<typename R::Notifier const>& n) { attr##_.is(this, n); }      \
+  void attr##Del() { attr##_.clear(); }                                                        \
+                                                                                               \
+ private:                                                                                      \
+  ::Kel::ReactorPtr<R> attr##_{this};                                                          \
+                                                                                               \
+ public:                                                                                       \
+  static_assert(true)
+
+// Names the type used in the null-parameter text of a reactor collection: the state machine's
+// full name, or for a nested reactor "<machine>::<Reactor>".
+#define KEL_REACTOR_OWNER_NAME(text) \
+ public:                             \
+  static constexpr const char* kelReactorOwnerTypeName() noexcept { return text; }

@@ -1,0 +1,434 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/kel/Assert.h"
+#include "platform/kel/HashTable.h"
+#include "platform/kel/Ptr.h"
+
+namespace {
+
+// Hash functions that put the table's collision handling under stress.
+struct WeakHash {  // 64 distinct values: long runs everywhere
+  uint32_t operator()(uint32_t k) const noexcept { return Kel::Hash<uint32_t>()(k) & 0x3F; }
+};
+struct ConstantForFewHundred {  // keys below 400 all share one hash
+  uint32_t operator()(uint32_t k) const noexcept { return k < 400 ? 42 : Kel::Hash<uint32_t>()(k); }
+};
+struct AllOnesForSome {  // a rev of 0xFFFFFFFF is also what an empty slot holds
+  uint32_t operator()(uint32_t k) const noexcept {
+    return k % 5 == 0 ? 0xFFFFFFFFu : Kel::Hash<uint32_t>()(k);
+  }
+};
+
+template <class H>
+using Map = Kel::HashMap<uint32_t, uint32_t, H>;
+using Entry = Kel::MapEntry<uint32_t, uint32_t>;
+// (rev, key) -> value: the order the table must walk in, up to ties between equal revs.
+using Model = std::map<std::pair<uint32_t, uint32_t>, uint32_t>;
+
+template <class H>
+uint32_t revOf(uint32_t key) {
+  return Kel::bitReverse32(H()(key));
+}
+
+// The model orders by (rev, key); the table may order equal revs any way, so its walk is compared
+// rev by rev and as a set, and must repeat itself while the table is unchanged.
+template <class H>
+void expectMatchesModel(const Map<H>& table, const Model& model) {
+  ASSERT_TRUE(table.invariantsHold());
+  ASSERT_EQ(table.size(), model.size());
+  std::vector<std::pair<uint32_t, uint32_t>> walk;
+  std::vector<std::pair<std::pair<uint32_t, uint32_t>, uint32_t>> seen;
+  for (const Entry& e : table) {
+    walk.emplace_back(e.key, e.value);
+    seen.push_back({{revOf<H>(e.key), e.key}, e.value});
+  }
+  for (size_t i = 1; i < seen.size(); ++i) ASSERT_LE(seen[i - 1].first.first, seen[i].first.first);
+  std::sort(seen.begin(), seen.end());
+  std::vector<std::pair<std::pair<uint32_t, uint32_t>, uint32_t>> expected(model.begin(),
+                                                                           model.end());
+  ASSERT_EQ(seen, expected);
+  std::vector<std::pair<uint32_t, uint32_t>> again;
+  for (const Entry& e : table) again.emplace_back(e.key, e.value);
+  ASSERT_EQ(walk, again);
+}
+
+// lowerBoundHash must land exactly where a linear walk finds the first rev >= the key's rev.
+template <class H>
+void expectResumesAt(const Map<H>& table, uint32_t key) {
+  uint32_t rev = revOf<H>(key);
+  auto expected = table.begin();
+  while (expected != table.end() && revOf<H>(expected->key) < rev) ++expected;
+  EXPECT_TRUE(table.lowerBoundHash(H()(key)) == expected) << "key " << key;
+}
+
+template <class H>
+void runModel(uint32_t seed, uint32_t keySpace, int batches) {
+  std::mt19937 rng(seed);
+  Map<H> table;
+  Model model;
+  std::map<uint32_t, uint32_t> byKey;
+  for (int batch = 0; batch < batches; ++batch) {
+    // Grow for the first half, then drain, so that both regrowth and shrinking happen.
+    int insertPercent = batch < batches / 2 ? 70 : 25;
+    uint32_t lastErased = keySpace;
+    for (int op = 0; op < 150; ++op) {
+      uint32_t key = rng() % keySpace;
+      int roll = static_cast<int>(rng() % 100);
+      if (roll < insertPercent) {
+        uint32_t value = rng();
+        bool fresh = !byKey.count(key);
+        auto [elem, inserted] = table.insert(Entry{key, value});
+        ASSERT_EQ(inserted, fresh);
+        if (fresh) {
+          byKey[key] = value;
+          model[{revOf<H>(key), key}] = value;
+        }
+        ASSERT_EQ(elem->value, byKey[key]);
+      } else if (roll < insertPercent + 10) {
+        uint32_t value = rng();
+        ASSERT_EQ(table.insertOrAssign(Entry{key, value})->value, value);
+        byKey[key] = value;
+        model[{revOf<H>(key), key}] = value;
+      } else if (roll < 90) {
+        bool present = byKey.erase(key) > 0;
+        model.erase({revOf<H>(key), key});
+        ASSERT_EQ(table.erase(key), present);
+        lastErased = key;
+      } else {
+        const Entry* found = std::as_const(table).find(key);
+        auto it = byKey.find(key);
+        ASSERT_EQ(found != nullptr, it != byKey.end());
+        if (found) {
+          ASSERT_EQ(found->value, it->second);
+        }
+      }
+    }
+    expectMatchesModel<H>(table, model);
+    if (!byKey.empty())
+      expectResumesAt<H>(table, std::next(byKey.begin(), rng() % byKey.size())->first);
+    uint32_t absent = keySpace + rng() % 1000;
+    expectResumesAt<H>(table, absent);
+    if (lastErased != keySpace) expectResumesAt<H>(table, lastErased);
+  }
+}
+
+TEST(HashTable, MatchesOrderedModelUnderRandomOperations) {
+  for (uint32_t seed : {1u, 2u, 3u, 4u}) runModel<Kel::Hash<uint32_t>>(seed, 4000, 40);
+}
+
+TEST(HashTable, MatchesModelWhenWeakHashMakesLongRuns) {
+  for (uint32_t seed : {5u, 6u}) runModel<WeakHash>(seed, 600, 24);
+}
+
+TEST(HashTable, MatchesModelWhenHundredsOfKeysShareOneHash) {
+  for (uint32_t seed : {7u, 8u}) runModel<ConstantForFewHundred>(seed, 1200, 24);
+}
+
+TEST(HashTable, MatchesModelWhenRevsLookLikeEmptySlots) {
+  for (uint32_t seed : {9u, 10u}) runModel<AllOnesForSome>(seed, 2000, 30);
+}
+
+TEST(HashTable, OrderDependsOnKeysNotOnHistory) {
+  Map<Kel::Hash<uint32_t>> forward;
+  Map<Kel::Hash<uint32_t>> backward;
+  for (uint32_t k = 0; k < 3000; ++k) forward.insert(Entry{k, k});
+  for (uint32_t k = 6000; k-- > 0;) backward.insert(Entry{k, k});
+  // Draining most of `backward` shrinks it into a different layout history.
+  for (uint32_t k = 3000; k < 6000; ++k) backward.erase(k);
+  std::vector<uint32_t> a;
+  std::vector<uint32_t> b;
+  for (const Entry& e : forward) a.push_back(e.key);
+  for (const Entry& e : backward) b.push_back(e.key);
+  EXPECT_EQ(a, b);
+}
+
+TEST(HashTable, ResumesAtHashOfDeletedKey) {
+  Map<Kel::Hash<uint32_t>> table;
+  for (uint32_t k = 0; k < 1000; ++k) table.insert(Entry{k, k});
+  // Walk a third of the way, bookmark the next key, then delete it.
+  auto it = table.begin();
+  for (int i = 0; i < 333; ++i) ++it;
+  uint32_t bookmark = it->key;
+  uint32_t bookmarkRev = revOf<Kel::Hash<uint32_t>>(bookmark);
+  std::set<uint32_t> expected;
+  for (const Entry& e : table) {
+    if (revOf<Kel::Hash<uint32_t>>(e.key) > bookmarkRev) expected.insert(e.key);
+  }
+  ASSERT_TRUE(table.erase(bookmark));
+  std::set<uint32_t> resumed;
+  for (auto r = table.lowerBoundHash(Kel::Hash<uint32_t>()(bookmark)); r != table.end(); ++r) {
+    resumed.insert(r->key);
+  }
+  EXPECT_EQ(resumed, expected);
+}
+
+TEST(HashTable, ResumeAfterPauseSeesInsertsAndRegrowth) {
+  using H = Kel::Hash<uint32_t>;
+  Map<H> table;
+  for (uint32_t k = 0; k < 100; ++k) table.insert(Entry{k, k});
+  auto it = table.begin();
+  for (int i = 0; i < 50; ++i) ++it;
+  uint32_t bookmark = it->key;
+  size_t bytesBefore = table.bytesUsed();
+  for (uint32_t k = 100; k < 5000; ++k) table.insert(Entry{k, k});
+  ASSERT_GT(table.bytesUsed(), bytesBefore);
+  std::vector<uint32_t> resumed;
+  for (auto r = table.lowerBoundHash(H()(bookmark)); r != table.end(); ++r)
+    resumed.push_back(r->key);
+  std::vector<uint32_t> expected;
+  for (const Entry& e : table) {
+    if (revOf<H>(e.key) >= revOf<H>(bookmark)) expected.push_back(e.key);
+  }
+  EXPECT_EQ(resumed, expected);
+  EXPECT_EQ(resumed.front(), bookmark);
+}
+
+TEST(HashTable, LowerBoundOnEmptyTableIsEnd) {
+  Map<Kel::Hash<uint32_t>> table;
+  EXPECT_TRUE(table.lowerBoundHash(0) == table.end());
+  EXPECT_TRUE(std::as_const(table).lowerBoundHash(0xFFFFFFFFu) == std::as_const(table).end());
+  EXPECT_TRUE(table.begin() == table.end());
+  table.insert(Entry{1, 1});
+  table.erase(1);
+  EXPECT_TRUE(table.lowerBoundHash(12345) == table.end());
+  EXPECT_EQ(table.bytesUsed(), 0u);
+}
+
+TEST(HashTable, LowerBoundPastLastElementIsEnd) {
+  Map<Kel::Hash<uint32_t>> table;
+  uint32_t maxRev = 0;
+  for (uint32_t k = 0; k < 200; ++k) {
+    table.insert(Entry{k, k});
+    maxRev = std::max(maxRev, revOf<Kel::Hash<uint32_t>>(k));
+  }
+  ASSERT_LT(maxRev, 0xFFFFFFFFu);
+  EXPECT_TRUE(table.lowerBoundHash(Kel::bitReverse32(maxRev + 1)) == table.end());
+  EXPECT_EQ(revOf<Kel::Hash<uint32_t>>(table.lowerBoundHash(Kel::bitReverse32(maxRev))->key),
+            maxRev);
+}
+
+TEST(HashTable, EraseEveryOtherDuringWalkKeepsTheRest) {
+  for (uint32_t n : {1u, 2u, 5u, 37u, 2000u}) {
+    Map<WeakHash> table;
+    for (uint32_t k = 0; k < n; ++k) table.insert(Entry{k, k});
+    std::vector<uint32_t> order;
+    for (const Entry& e : table) order.push_back(e.key);
+    std::vector<uint32_t> visited;
+    std::vector<uint32_t> kept;
+    bool eraseThis = true;
+    for (auto it = table.begin(); it != table.end();) {
+      visited.push_back(it->key);
+      if (eraseThis) {
+        it = table.erase(it);
+      } else {
+        kept.push_back(it->key);
+        ++it;
+      }
+      eraseThis = !eraseThis;
+    }
+    EXPECT_EQ(visited, order) << n;
+    ASSERT_TRUE(table.invariantsHold());
+    std::vector<uint32_t> rest;
+    for (const Entry& e : table) rest.push_back(e.key);
+    EXPECT_EQ(rest, kept) << n;
+  }
+}
+
+TEST(HashTable, EraseAllDuringWalkShrinksAsItGoes) {
+  Map<Kel::Hash<uint32_t>> table;
+  for (uint32_t k = 0; k < 5000; ++k) table.insert(Entry{k, k});
+  std::vector<uint32_t> order;
+  for (const Entry& e : table) order.push_back(e.key);
+  size_t peak = table.bytesUsed();
+  size_t smallestSeen = peak;
+  std::vector<uint32_t> visited;
+  for (auto it = table.begin(); it != table.end();) {
+    visited.push_back(it->key);
+    it = table.erase(it);
+    if (!table.empty()) smallestSeen = std::min(smallestSeen, table.bytesUsed());
+  }
+  EXPECT_EQ(visited, order);
+  EXPECT_TRUE(table.empty());
+  EXPECT_EQ(table.bytesUsed(), 0u);
+  EXPECT_LT(smallestSeen, peak / 10);
+}
+
+TEST(HashTable, ReserveAvoidsRegrowth) {
+  Map<Kel::Hash<uint32_t>> table;
+  table.reserve(10000);
+  size_t reserved = table.bytesUsed();
+  ASSERT_GT(reserved, 10000 * sizeof(Entry));
+  for (uint32_t k = 0; k < 10000; ++k) table.insert(Entry{k, ~k});
+  EXPECT_EQ(table.bytesUsed(), reserved);
+  for (uint32_t k = 0; k < 10000; ++k) ASSERT_EQ(table.find(k)->value, ~k);
+  EXPECT_TRUE(table.invariantsHold());
+}
+
+TEST(HashTable, ImpossibleReserveThrowsAndKeepsContents) {
+  Map<Kel::Hash<uint32_t>> table;
+  for (uint32_t k = 0; k < 10; ++k) table.insert(Entry{k, k});
+  EXPECT_THROW(table.reserve(SIZE_MAX), Kel::RangeException);
+  EXPECT_THROW(table.reserve(SIZE_MAX / 2), Kel::RangeException);
+  EXPECT_EQ(table.size(), 10u);
+  for (uint32_t k = 0; k < 10; ++k) EXPECT_TRUE(table.contains(k));
+  EXPECT_TRUE(table.invariantsHold());
+}
+
+TEST(HashTable, EmptyAndTinyTablesStaySmall) {
+  static_assert(sizeof(Kel::HashMap<uint64_t, void*>) == sizeof(void*));
+  static_assert(sizeof(Kel::HashSet<std::string>) == sizeof(void*));
+  Kel::HashMap<uint64_t, void*> table;
+  EXPECT_EQ(table.bytesUsed(), 0u);
+  constexpr size_t kSlot = sizeof(Kel::MapEntry<uint64_t, void*>) + sizeof(uint32_t);
+  for (uint64_t k = 1; k <= 4; ++k) {
+    table.insert({k, nullptr});
+    // A header, the sentinels, and at most one spare slot.
+    EXPECT_LE(table.bytesUsed(), 40 + (k + 1) * kSlot) << k;
+  }
+  for (uint64_t k = 1; k <= 4; ++k) EXPECT_TRUE(table.contains(k));
+  EXPECT_FALSE(table.contains(5));
+}
+
+TEST(HashTable, FloodOfEqualHashesCostsLinearMemory) {
+  Map<ConstantForFewHundred> table;
+  for (uint32_t k = 0; k < 400; ++k) table.insert(Entry{k, k});
+  EXPECT_TRUE(table.invariantsHold());
+  EXPECT_LT(table.bytesUsed(), 400 * (sizeof(Entry) + sizeof(uint32_t)) * 3);
+  for (uint32_t k = 0; k < 400; ++k) ASSERT_TRUE(table.contains(k));
+}
+
+// Counts live objects and catches a destroy or move of an object that is not alive, or of one
+// that was moved by copying its bytes (it remembers its own address).
+struct Tracked {
+  static constexpr uint32_t kAlive = 0xA11CE;
+  static inline int live = 0;
+  static inline int faults = 0;
+
+  Tracked(uint32_t k, uint32_t v) : key(k), payload(std::make_unique<uint32_t>(v)) { ++live; }
+  Tracked(Tracked&& o) noexcept : key(o.key), payload(std::move(o.payload)) {
+    if (!o.sound()) ++faults;
+    ++live;
+  }
+  Tracked& operator=(Tracked&&) = delete;
+  ~Tracked() {
+    if (!sound()) ++faults;
+    magic = 0;
+    --live;
+  }
+  bool sound() const { return magic == kAlive && self == this; }
+
+  uint32_t key;
+  std::unique_ptr<uint32_t> payload;
+  uint32_t magic = kAlive;
+  const Tracked* self = this;
+};
+struct TrackedKey {
+  const uint32_t& operator()(const Tracked& t) const noexcept { return t.key; }
+};
+using TrackedTable = Kel::HashTable<Tracked, TrackedKey, uint32_t, WeakHash>;
+static_assert(!Kel::IsTriviallyRelocatable<Tracked>::value);
+
+TEST(HashTable, MoveOnlyElementsAreDestroyedExactlyOnce) {
+  Tracked::live = 0;
+  Tracked::faults = 0;
+  {
+    TrackedTable table;
+    std::mt19937 rng(11);
+    for (int i = 0; i < 3000; ++i) {
+      uint32_t key = rng() % 500;
+      switch (rng() % 4) {
+        case 0:
+        case 1: table.insert(Tracked(key, key)); break;
+        case 2: table.insertOrAssign(Tracked(key, key + 1)); break;
+        default: table.erase(key);
+      }
+      ASSERT_EQ(Tracked::live, static_cast<int>(table.size()));
+    }
+    ASSERT_TRUE(table.invariantsHold());
+    for (const Tracked& t : table) {
+      ASSERT_TRUE(t.sound());
+      ASSERT_TRUE(t.payload);
+      ASSERT_TRUE(*t.payload == t.key || *t.payload == t.key + 1);
+    }
+    TrackedTable moved(std::move(table));
+    EXPECT_TRUE(table.empty());
+    EXPECT_EQ(Tracked::live, static_cast<int>(moved.size()));
+    TrackedTable assigned;
+    assigned.insert(Tracked(9999, 0));
+    assigned = std::move(moved);
+    EXPECT_EQ(Tracked::live, static_cast<int>(assigned.size()));
+    bool eraseThis = false;
+    for (auto it = assigned.begin(); it != assigned.end();) {
+      it = (eraseThis = !eraseThis) ? assigned.erase(it) : std::next(it);
+    }
+    EXPECT_EQ(Tracked::live, static_cast<int>(assigned.size()));
+    TrackedTable cleared;
+    cleared.insert(Tracked(1, 1));
+    cleared.clear();
+    EXPECT_EQ(Tracked::live, static_cast<int>(assigned.size()));
+  }
+  EXPECT_EQ(Tracked::live, 0);
+  EXPECT_EQ(Tracked::faults, 0);
+}
+
+struct Counted : Kel::PtrInterface {
+  static inline int deleted = 0;
+  ~Counted() override { ++deleted; }
+};
+
+TEST(HashTable, CountedPointersMovedBytewiseKeepTheirCounts) {
+  static_assert(Kel::IsTriviallyRelocatable<Kel::MapEntry<uint32_t, Kel::Ptr<Counted>>>::value);
+  Counted::deleted = 0;
+  std::vector<Kel::Ptr<Counted>> objects;
+  for (int i = 0; i < 1000; ++i) objects.emplace_back(new Counted);
+  {
+    Kel::HashMap<uint32_t, Kel::Ptr<Counted>, WeakHash> table;
+    for (uint32_t k = 0; k < 1000; ++k) table.insert({k, objects[k]});
+    for (uint32_t k = 0; k < 1000; k += 2) table.erase(k);
+    for (uint32_t k = 0; k < 1000; ++k) {
+      ASSERT_EQ(objects[k]->references(), k % 2 ? 2u : 1u) << k;
+      if (k % 2) {
+        ASSERT_EQ(table.find(k)->value.get(), objects[k].get());
+      }
+    }
+  }
+  for (auto& p : objects) EXPECT_EQ(p->references(), 1u);
+  objects.clear();
+  EXPECT_EQ(Counted::deleted, 1000);
+}
+
+TEST(HashTable, InsertKeepsExistingAndInsertOrAssignReplaces) {
+  Kel::HashMap<std::string, std::string> table;
+  EXPECT_TRUE(table.insert({"via", "first"}).second);
+  auto [kept, inserted] = table.insert({"via", "second"});
+  EXPECT_FALSE(inserted);
+  EXPECT_EQ(kept->value, "first");
+  EXPECT_EQ(table.insertOrAssign({"via", "third"})->value, "third");
+  EXPECT_EQ(table.size(), 1u);
+  EXPECT_EQ(table.find("via")->value, "third");
+}
+
+TEST(HashTable, EraseOfNonElementIteratorAsserts) {
+  Kel::ScopedThrowingAsserts throwing;
+  Kel::HashSet<uint32_t> table;
+  table.insert(7);
+  try {
+    table.erase(table.end());
+    FAIL() << "no assertion";
+  } catch (const Kel::AssertionException& e) {
+    EXPECT_STREQ(e.what(), "HashTable::erase: iterator does not point at an element");
+  }
+  EXPECT_EQ(table.size(), 1u);
+}
+
+}  // namespace
