@@ -418,14 +418,15 @@ class ValueHashMap {
   [[maybe_unused]] static inline const bool kelAttr_##attr =                      \
       ::Kel::registerAttr(kTypeName, #attr, #Key, ::Kel::AttrKind::collection)
 
-// A map from keys to values; `x(key)` yields the value, or a default one when absent.
-#define KEL_MAP(Key, V, attr, Attr)                                               \
+// A map from keys to values; `x(key)` yields the value, or when absent the optional trailing
+// argument (a default-constructed value without it).
+#define KEL_MAP(Key, V, attr, Attr, ...)                                               \
  private:                                                                         \
   ::Kel::ValueHashMap<Key, V> attr##_;                                            \
  public:                                                                          \
   V attr(const Key& k) const {                                                    \
     const V* v = attr##_.find(k);                                                 \
-    return v ? *v : V();                                                          \
+    return v ? *v : V{__VA_ARGS__};                                                          \
   }                                                                               \
   bool attr##Has(const Key& k) const noexcept { return attr##_.contains(k); }     \
   size_t attr##s() const noexcept { return attr##_.size(); }                      \

@@ -189,10 +189,10 @@ Value invokeHandler(R (C::*fn)(P...), C& obj, const std::vector<std::string>& na
                     std::index_sequence<I...>) {
   auto arg = [&](size_t i) -> const Value& { return args.find(names[i])->second; };
   if constexpr (std::is_void_v<R>) {
-    (obj.*fn)(fromValue<P>(arg(I))...);
+    (obj.*fn)(fromValue<std::remove_cvref_t<P>>(arg(I))...);
     return Value();
   } else {
-    return toValue((obj.*fn)(fromValue<P>(arg(I))...));
+    return toValue((obj.*fn)(fromValue<std::remove_cvref_t<P>>(arg(I))...));
   }
 }
 
@@ -201,10 +201,10 @@ Value invokeHandler(R (C::*fn)(P...) const, C& obj, const std::vector<std::strin
                     const NamedArgs& args, std::index_sequence<I...>) {
   auto arg = [&](size_t i) -> const Value& { return args.find(names[i])->second; };
   if constexpr (std::is_void_v<R>) {
-    (obj.*fn)(fromValue<P>(arg(I))...);
+    (obj.*fn)(fromValue<std::remove_cvref_t<P>>(arg(I))...);
     return Value();
   } else {
-    return toValue((obj.*fn)(fromValue<P>(arg(I))...));
+    return toValue((obj.*fn)(fromValue<std::remove_cvref_t<P>>(arg(I))...));
   }
 }
 

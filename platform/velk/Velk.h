@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -88,6 +89,8 @@ class DedupTable : public Kel::PtrInterface {
     for (Handle* h : handles_) f(*h);
   }
   size_t bytesUsed() const noexcept { return handles_.bytesUsed() + size() * sizeof(Handle); }
+  // Called with each handle as its last holder lets go, just before it leaves the table.
+  void releaseHookIs(std::function<void(const Handle&)> hook) { releaseHook_ = std::move(hook); }
 
  private:
   friend class DedupHandle<V>;
@@ -97,6 +100,7 @@ class DedupTable : public Kel::PtrInterface {
 
   explicit DedupTable(const char* typeName) : typeName_(typeName) {}
   void release(const Handle* h) noexcept {
+    if (releaseHook_) releaseHook_(*h);
     bool erased = handles_.erase(h->value());
     KEL_ASSERT(erased);
     freeIds_.push_back(h->id());
@@ -105,6 +109,7 @@ class DedupTable : public Kel::PtrInterface {
   const char* typeName_;
   Kel::HashTable<Handle*, KeyOf, V> handles_;
   std::vector<uint32_t> freeIds_;
+  std::function<void(const Handle&)> releaseHook_;
   uint32_t nextId_ = 1;
 };
 

@@ -1,0 +1,165 @@
+#include "platform/rib/RouteConfig.h"
+
+#include <vector>
+
+#include "platform/kel/Exception.h"
+#include "platform/kel/Hash.h"
+
+namespace Routing::Rib {
+
+namespace {
+
+[[noreturn]] void throwFull(const char* table, uint32_t capacity) {
+  throw Kel::RangeException(std::string(table) + " is full (capacity " + std::to_string(capacity) +
+                            "): insert not allowed");
+}
+
+}  // namespace
+
+// ---- RouteKey, Route ----
+
+RouteKey::RouteKey(Kel::TextCursor& c) {
+  Kel::ValueFormReader r(c, kTypeName);
+  vrfId_ = r.field<Vrf::VrfIdMap::VrfId>("vrfId");
+  prefix_ = r.field<Velnet::IpGenPrefix>("prefix");
+  r.end();
+}
+
+uint32_t RouteKey::hash() const noexcept {
+  Kel::OneAtATime h;
+  h.addLe32(prefix_.hash());
+  h.addLe32(vrfId_);
+  return h.value();
+}
+
+std::string RouteKey::strep() const {
+  return Kel::ValueFormWriter(kTypeName).field("vrfId", vrfId_).field("prefix", prefix_).str();
+}
+
+Route::Route(Kel::TextCursor& c) {
+  Kel::ValueFormReader r(c, kTypeName);
+  key_ = r.field<RouteKey>("key");
+  viaSetKey_ = r.field<ViaSetKey>("viaSetKey");
+  metricPref_ = r.field<uint8_t>("metricPref");
+  routingProtocol_ = r.field<RoutingProtocol>("routingProtocol");
+  tag_ = r.field<uint32_t>("tag");
+  fibRouteType_ = r.field<Fib::RouteType>("fibRouteType");
+  srcVrfId_ = r.field<Vrf::VrfIdMap::VrfId>("srcVrfId");
+  flags_ = r.field<uint8_t>("flags");
+  r.end();
+}
+
+std::string Route::strep() const {
+  return Kel::ValueFormWriter(kTypeName)
+      .field("key", key_)
+      .field("viaSetKey", viaSetKey_)
+      .field("metricPref", metricPref_)
+      .field("routingProtocol", routingProtocol_)
+      .field("tag", tag_)
+      .field("fibRouteType", fibRouteType_)
+      .field("srcVrfId", srcVrfId_)
+      .field("flags", flags_)
+      .str();
+}
+
+// ---- RouteConfig ----
+
+void RouteConfig::routeAdd(const Route& r) {
+  if (Route* existing = routes_.find(r.key())) {
+    if (*existing == r) return;
+    *existing = r;
+  } else {
+    if (capacity() != 0 && routes_.size() >= capacity()) throwFull("RouteConfig", capacity());
+    routes_.insert(r);
+  }
+  notify(&NotifieeConst::onRoute, r.key());
+}
+
+bool RouteConfig::routeDel(const RouteKey& key) {
+  if (!routes_.erase(key)) return false;
+  notify(&NotifieeConst::onRoute, key);
+  return true;
+}
+
+void RouteConfig::doDeleteRoutesForVrf(Vrf::VrfIdMap::VrfId vrfId) {
+  std::vector<RouteKey> doomed;
+  for (const Route& r : routes_) {
+    if (r.key().vrfId() == vrfId) doomed.push_back(r.key());
+  }
+  for (const RouteKey& k : doomed) routeDel(k);
+}
+
+void RouteConfig::routeDelAll() {
+  std::vector<RouteKey> doomed;
+  for (const Route& r : routes_) doomed.push_back(r.key());
+  for (const RouteKey& k : doomed) routeDel(k);
+}
+
+// ---- Via, ViaTable ----
+
+Via::Via(Kel::TextCursor& c) {
+  Kel::ValueFormReader r(c, kTypeName);
+  key_ = r.field<ViaKey>("key");
+  mplsLabel_ = r.field<uint32_t>("mplsLabel");
+  r.end();
+}
+
+std::string Via::strep() const {
+  return Kel::ValueFormWriter(kTypeName).field("key", key_).field("mplsLabel", mplsLabel_).str();
+}
+
+void ViaTable::viaIs(const Via& v) {
+  if (Via* existing = vias_.find(v.key())) {
+    if (*existing == v) return;
+    *existing = v;
+  } else {
+    if (capacity() != 0 && vias_.size() >= capacity()) throwFull(typeName(), capacity());
+    vias_.insert(v);
+  }
+  notify(&NotifieeConst::onVia, v.key());
+}
+
+bool ViaTable::viaDel(const ViaKey& key) {
+  if (!vias_.erase(key)) return false;
+  notify(&NotifieeConst::onVia, key);
+  return true;
+}
+
+void ViaTable::viaDelAll() {
+  std::vector<ViaKey> doomed;
+  for (const Via& v : vias_) doomed.push_back(v.key());
+  for (const ViaKey& k : doomed) viaDel(k);
+}
+
+void ViaTable::checkIntegrity() const {
+  if (corrupt_) throw Kel::CorruptionException(std::string(typeName()) + " is corrupted");
+}
+
+void ViaTable::reportCorruption(const std::string& message) const {
+  ++corruptionReports_;
+  if (corruptionHandler_) corruptionHandler_(message);
+}
+
+void Evpn::ViaConfig::doDeleteViasForVrf(Vrf::VrfIdMap::VrfId vrfId) {
+  std::vector<ViaKey> doomed;
+  for (const Via& v : viaColl()) {
+    if (v.key().vrfId() == vrfId) doomed.push_back(v.key());
+  }
+  for (const ViaKey& k : doomed) viaDel(k);
+}
+
+KEL_REGISTER_ENTITY(RouteConfig);
+
+namespace {
+[[maybe_unused]] const bool kViaTablesRegistered = [] {
+  Kel::Registry::instance().type(Ip::ViaConfig::kTypeName).createEmpty = [] {
+    return Kel::Ptr<Kel::Entity>(Ip::ViaConfig::ViaConfigIs());
+  };
+  Kel::Registry::instance().type(Evpn::ViaConfig::kTypeName).createEmpty = [] {
+    return Kel::Ptr<Kel::Entity>(Evpn::ViaConfig::ViaConfigIs());
+  };
+  return true;
+}();
+}  // namespace
+
+}  // namespace Routing::Rib

@@ -1,0 +1,62 @@
+#include "platform/rib/ViaSetConfig.h"
+
+#include "platform/kel/Exception.h"
+
+namespace Routing::Rib {
+
+namespace Shmtab {
+
+const ViaSet* ViaSetCollection::viaSet(ViaSetKey key) const noexcept {
+  const auto* e = sets_.find(key);
+  return e ? &e->value : nullptr;
+}
+
+void ViaSetCollection::viaSetIs(ViaSetKey key, const ViaSet& set) {
+  if (auto* e = sets_.find(key)) {
+    if (e->value == set) return;
+    e->value = set;
+  } else {
+    if (full()) {
+      throw Kel::RangeException("ViaSetCollection is full (capacity " + std::to_string(capacity()) +
+                                "): insert not allowed");
+    }
+    sets_.insert(Kel::MapEntry<ViaSetKey, ViaSet>{key, set});
+  }
+  notify(&NotifieeConst::onViaSet, key);
+}
+
+bool ViaSetCollection::viaSetDel(ViaSetKey key) {
+  if (!sets_.erase(key)) return false;
+  notify(&NotifieeConst::onViaSet, key);
+  return true;
+}
+
+}  // namespace Shmtab
+
+ViaSetConfig::ViaSetConfig(RoutingProtocol rp)
+    : routingProtocol_(rp), table_(Velk::DedupTable<Shmtab::ViaSet>::DedupTableIs("Routing::Rib::DedupViaSetKey")) {
+  // A via set leaves the published table with its last handle. The hook holds no counted
+  // reference: the destructor unhooks it, and handles outliving this object leave their sets
+  // published, as the routes that still point at them do.
+  table_->releaseHookIs([this](const DedupViaSetKey& h) {
+    if (configViaSetColl()) configViaSetColl()->viaSetDel(h.id());
+  });
+}
+
+ViaSetConfig::~ViaSetConfig() { table_->releaseHookIs(nullptr); }
+
+Kel::Ptr<DedupViaSetKey const> ViaSetConfig::dedupConfigViaSetIs(const Shmtab::ViaSet& set) {
+  if (auto existing = table_->handle(set)) return existing;
+  const auto& coll = configViaSetColl();
+  if (coll && coll->full()) {
+    throw Kel::RangeException("ViaSetCollection is full (capacity " + std::to_string(coll->capacity()) +
+                              "): insert not allowed");
+  }
+  auto handle = table_->handleIs(set);
+  if (coll) coll->viaSetIs(handle->id(), set);
+  return handle;
+}
+
+KEL_REGISTER_ENTITY(Shmtab::ViaSetCollection);
+
+}  // namespace Routing::Rib

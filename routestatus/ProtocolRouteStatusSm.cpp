@@ -1,0 +1,371 @@
+#include "routestatus/ProtocolRouteStatusSm.h"
+
+#include "platform/fasttrace/FastTrace.h"
+#include "platform/kel/Assert.h"
+#include "platform/kel/Hash.h"
+#include "platform/kel/Reflection.h"
+#include "platform/kel/Trace.h"
+
+namespace Routing::Protocol {
+
+namespace {
+
+constexpr const char* kTraceSource = "ProtocolRouteStatusSm";
+Kel::TraceHandle& trace_ = Kel::TraceHandle::handle("Quill::RouteStatusSm");
+
+// The fecType that makes an alternative eligible even when none of its vias is usable.
+constexpr uint8_t kFecTypeNoViaNeeded = 2;
+
+}  // namespace
+
+// ---- Reactors ----
+
+void RouteStatusSm::KelRoutePref::reevaluate() {
+  if (isZombie()) return;
+  KelRoute* route = owner();
+  route->owner()->handleRoute(route->fwkKey());
+}
+
+RouteStatusSm::KelRoute::KelRoute(RouteStatusSm* owner, const Route::PtrConst& route) : Reactor(owner, route) {
+  for (const auto& rp : route->routePrefColl()) routePrefIs(rp);
+}
+
+void RouteStatusSm::KelRoute::onRoutePref(Routing::RoutePreference pref) {
+  if (isZombie()) return;
+  if (auto rp = notifier()->routePref(pref)) {
+    routePrefIs(rp);
+  } else {
+    routePrefDel(pref);
+  }
+  owner()->handleRoute(fwkKey());
+}
+
+void RouteStatusSm::KelRoute::onRouteChangedAt() {
+  if (isZombie()) return;
+  owner()->handleRoute(fwkKey());
+}
+
+void RouteStatusSm::KelStatus::onRoute(const Velnet::IpGenPrefix& prefix) {
+  if (isZombie()) return;
+  RouteStatusSm* sm = owner();
+  if (auto route = notifier()->route(prefix)) {
+    sm->routeIs(route);
+  } else {
+    sm->routeDel(prefix);
+  }
+  sm->handleRoute(prefix);
+}
+
+void RouteStatusSm::KelLoopingRouteStatus::onLoopingRoute(const Velnet::IpGenPrefix& prefix) {
+  if (isZombie()) return;
+  owner()->handleRoute(prefix);
+}
+
+void RouteStatusSm::KelViaMetricStatus::onViaMetric(const Rib::ViaKey&) {
+  if (isZombie()) return;
+  owner()->handleRoute();
+}
+
+void RouteStatusSm::KelClock::onTime() {
+  if (isZombie()) return;
+  owner()->doReview();
+}
+
+// ---- Construction ----
+
+RouteStatusSm::RouteStatusSm(const L3::VrfName& vrfName, Velnet::AddressFamily af, Vrf::VrfIdMap::VrfId vrfId,
+                             const Status::Ptr& status, const Rib::ViaMetricStatus::PtrConst& ipViaMetricStatus,
+                             const Rib::ViaMetricStatus::PtrConst& evpnViaMetricStatus,
+                             const Rib::LoopingRouteStatus::PtrConst& loopingRouteStatus,
+                             const Rib::RouteConfig::Ptr& ribConfig, const Rib::ViaSetConfig::Ptr& viaSetConfig,
+                             Rib::RoutingProtocol routingProtocol,
+                             const Rib::ViaMetricStatus::PtrConst& ipv4DefaultVrfViaMetricStatus,
+                             const Rib::ViaMetricStatus::PtrConst& ipv6DefaultVrfViaMetricStatus,
+                             const VrfReadyStatus::Ptr& vrfReadyStatus, const Bfd::AppConfig::Ptr& bfdAppConfig,
+                             const Rib::Ip::ViaConfig::PtrConst& ipViaConfig,
+                             const Rib::ViaMetricStatusByVrf::PtrConst& viaMetricStatusByVrf,
+                             const std::string& ribString)
+    : vrfName_(vrfName),
+      af_(af),
+      vrfId_(vrfId),
+      status_(status),
+      ipViaMetricStatus_(ipViaMetricStatus),
+      evpnViaMetricStatus_(evpnViaMetricStatus),
+      loopingRouteStatus_(loopingRouteStatus),
+      ribConfig_(ribConfig),
+      viaSetConfig_(viaSetConfig),
+      routingProtocol_(routingProtocol),
+      ipv4DefaultVrfViaMetricStatus_(ipv4DefaultVrfViaMetricStatus),
+      ipv6DefaultVrfViaMetricStatus_(ipv6DefaultVrfViaMetricStatus),
+      vrfReadyStatus_(vrfReadyStatus),
+      bfdAppConfig_(bfdAppConfig),
+      ipViaConfig_(ipViaConfig),
+      viaMetricStatusByVrf_(viaMetricStatusByVrf),
+      ribString_(ribString) {
+  KEL_ASSERT(status_ && ribConfig_ && viaSetConfig_);
+  statusReactorIs(status_);
+  for (const auto& route : status_->routeColl()) routeIs(route);
+  loopingRouteStatusReactorIs(loopingRouteStatus_);
+  ipViaMetricStatusReactorIs(ipViaMetricStatus_);
+  evpnViaMetricStatusReactorIs(evpnViaMetricStatus_);
+  handleInitialized();
+}
+
+RouteStatusSm::~RouteStatusSm() {
+  if (clock_) clock_->timeMinDel();
+}
+
+// ---- Evaluating one prefix ----
+
+void RouteStatusSm::handleRoute(const Velnet::IpGenPrefix& prefix) {
+  KEL_TRACE(trace_, 8, "Vrf: " << vrfName_.str() << ", " << "handleRoute" << " (" << prefix.str() << ")");
+  Route::Ptr route = status_->route(prefix);
+  if (!route) {
+    doDelRoute(prefix);
+    return;
+  }
+  const uint8_t familyFlag =
+      prefix.af() == Velnet::AddressFamily::ipv4 ? Rib::Shmtab::ViaSet::flagIpv4 : Rib::Shmtab::ViaSet::flagIpv6;
+  for (const RoutePref::Ptr& rp : route->routePrefColl()) {
+    const unsigned pref = rp->preference();
+    Rib::Shmtab::ViaSet viaSet;
+    viaSet.typeIs(rp->fecType());
+    viaSet.labelledIs(false);
+    uint32_t count = 0;
+    for (const auto& handle : rp->dedupViaKeyColl()) {
+      const Rib::ViaKey& via = handle->value();
+      auto companion = rp->dedupEvpnVtepIpViaKey(via);
+      if (!validVia(prefix, via, companion ? companion->value() : Rib::ViaKey())) {
+        KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "handleRoute" << " (" << prefix.str() << "), Preference: " << pref
+                                     << ", Via " << via.str() << " is unresolved");
+        KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteStatusSm, route " << prefix.str() << ", preference " << pref
+                                  << ", via " << via.str() << " is unresolved");
+        continue;
+      }
+      const Rib::Via* configured = ipViaConfig_ ? ipViaConfig_->via(via) : nullptr;
+      const bool labelled = (configured ? *configured : Rib::Via(via)).labelled();
+      if (!viaSet.labelled() && labelled) {
+        // The first labelled via discards the unlabelled ones gathered so far and admits only
+        // labelled vias from here on: an alternative is forwarded either entirely by label or not
+        // at all, never a mix, so the switch is one-way.
+        KEL_TRACE(trace_, 9, " First occurrence of labeled Via " << via.str());
+        KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteStatusSm, route " << prefix.str() << " is labelled");
+        viaSet.viaDelAll();
+        count = 0;
+        viaSet.labelledIs(true);
+      } else if (viaSet.labelled() && !labelled) {
+        KEL_TRACE(trace_, 9, " not a labelled Via " << via.str());
+        KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteStatusSm, route " << prefix.str() << " is not labelled");
+        continue;
+      }
+      KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "handleRoute" << " (" << prefix.str() << "), Preference: " << pref
+                                   << ", Adding Via " << via.str() << " to Via Set");
+      KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteStatusSm, route " << prefix.str() << " adding Via " << via.str()
+                                << " to Via Set");
+      viaSet.viaIs(count++, via);
+    }
+    if (count != 0 || rp->fecType() == kFecTypeNoViaNeeded) {
+      viaSet.flagsIs(static_cast<uint8_t>(viaSet.flags() | familyFlag));
+      doAddRoute(prefix, rp, viaSet, route->srcVrfId());
+      return;
+    }
+  }
+  doDelRoute(prefix);
+}
+
+void RouteStatusSm::doAddRoute(const Velnet::IpGenPrefix& prefix, const RoutePref::Ptr& routePref,
+                               const Rib::Shmtab::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId) {
+  auto handle = viaSetConfig_->dedupConfigViaSetIs(viaSet);
+  // Holding the handle in the alternative keeps the RIB via set alive while the alternative
+  // uses it, and releases the one it used before.
+  routePref->dedupViaSetKeyIs(handle);
+  const unsigned pref = routePref->preference();
+  KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "doAddRoute" << "(" << prefix.str() << "), Adding route, Preference: " << pref
+                               << ", ViaSet: " << viaSet.str());
+  KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteStatusSm: add route " << prefix.str() << " to RIB, preference: " << pref
+                            << " ViaSet: " << handle->id());
+  Rib::Route r(ribKey(prefix));
+  r.viaSetKeyIs(handle->id());
+  r.metricPrefIs(routePref->preference());
+  r.routingProtocolIs(routingProtocol_);
+  r.tagIs(routePref->tag());
+  r.fibRouteTypeIs(routePref->fibRouteType());
+  r.srcVrfIdIs(srcVrfId);
+  if (!routePref->installInFib()) r.flagsIs(r.flags() | Rib::Route::flagNoFibInstall);
+  ribConfig_->routeAdd(r);
+}
+
+void RouteStatusSm::doDelRoute(const Velnet::IpGenPrefix& prefix) {
+  KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "doDelRoute" << "(" << prefix.str() << "), Deleting route");
+  KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteConfigSm: deleting route " << prefix.str());
+  ribConfig_->routeDel(ribKey(prefix));
+}
+
+bool RouteStatusSm::validVia(const Velnet::IpGenPrefix& prefix, const Rib::ViaKey& via,
+                             const Rib::ViaKey& evpnVtepIpVia) const {
+  KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "validVia" << " for " << prefix.str() << " and " << via.str() << " evpn "
+                               << evpnVtepIpVia.str());
+  if (via.transport() == Rib::Transport::evpn) {
+    if (!evpnViaMetricStatus_) return false;
+    const auto& companionStatus = evpnVtepIpVia.transport() == Rib::Transport::ipv4 ? ipv4DefaultVrfViaMetricStatus_
+                                                                                   : ipv6DefaultVrfViaMetricStatus_;
+    // A via without a recorded companion is looked up with the empty key, which never resolves.
+    Rib::ViaMetric companion = companionStatus ? companionStatus->viaMetric(evpnVtepIpVia) : Rib::ViaMetric();
+    if (!evpnViaMetricStatus_->viaMetric(via).resolved() || !companion.resolved()) return false;
+  } else {
+    // The metric tables are chosen by the via key's own VRF, transport and protocol, not by this
+    // machine's: a via may resolve in another VRF than the route's.
+    auto vmt = viaMetricStatusByVrf_ ? viaMetricStatusByVrf_->vrfStatus(via.vrfId()) : nullptr;
+    if (!vmt) {
+      KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "validVia" << " no vmt");
+      return false;
+    }
+    auto vmp = vmt->transportStatus(via.transport());
+    KEL_ASSERT(vmp);
+    auto vms = vmp->protocolStatus(via.routingProtocol());
+    KEL_ASSERT(vms);
+    Rib::ViaMetric metric = vms->viaMetric(via);
+    if (!metric.resolved()) return false;
+    if (metric.loopCheck() && loopingRouteStatus_ && loopingRouteStatus_->loopingRoute(prefix) != 0) {
+      KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "validVia" << "(" << via.str() << ", looping route");
+      KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteStatusSm, Looping Route" << " (" << prefix
+                                << "), Looping Via: " << via.str());
+      return false;
+    }
+  }
+  KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "validVia" << " Route: " << prefix.str() << ", valid via: " << via.str());
+  return true;
+}
+
+// ---- BFD ----
+
+void RouteStatusSm::processBfdReq(const Velnet::IpGenAddr& nextHopAddr, const Velnet::IntfId& intfId, bool add) {
+  KEL_TRACE(trace_, 8, "Vrf: " << vrfName_.str() << ", " << "processBfdReq");
+  // A link-local address is only meaningful on its interface, so the interface is part of the
+  // peer; any other address names the peer on its own.
+  Bfd::Peer bfdPeer(nextHopAddr, vrfName_, nextHopAddr.isLinkLocal() ? intfId : Velnet::IntfId());
+  KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "Called for peer with ip = " << nextHopAddr.str() << "Intf = " << intfId.name());
+  if (!bfdAppConfig_) return;
+  if (add) {
+    KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "Adding the peer");
+    KEL_ASSERT_TEXT(!bfdAppConfig_->peerConfig(bfdPeer), "bfdAppConfig()->peerConfig( bfdPeer ) == __null");
+    bfdAppConfig_->peerConfigIs(bfdPeer, intfId);
+  } else {
+    KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "Deleting the peer");
+    bfdAppConfig_->peerConfigDel(bfdPeer);
+  }
+}
+
+// ---- The review ----
+
+void RouteStatusSm::handleInitialized() {
+  KEL_TRACE(trace_, 8, "Vrf: " << vrfName_.str() << ", " << "handleInitialized");
+  clock_ = Kel::activityManager().clockNew();
+  clockReactorIs(clock_);
+  initializedIs(true);
+  viaSetConfig_->restartingVrfIs(vrfName_);
+  handleRoute();
+}
+
+void RouteStatusSm::handleRoute() {
+  KEL_TRACE(trace_, 8, "Vrf: " << vrfName_.str() << ", " << "handleRoute");
+  KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteStatusSm, schedule review");
+  updateRouteReviewState(false);
+  // A review under way restarts from the beginning: the routes it already passed may be the
+  // ones whose vias just changed.
+  reviewBookmarkIs(Velnet::IpGenPrefix());
+  if (clock_) clock_->timeMinIs(Kel::currentTime());
+}
+
+Route::Ptr RouteStatusSm::routeAfter(const Velnet::IpGenPrefix& prefix) const {
+  const auto& routes = status_->routeColl();
+  const uint32_t h = prefix.hash();
+  auto it = routes.lowerBoundHash(h);
+  for (auto scan = it; scan != routes.end() && (*scan)->routeKey().hash() == h; ++scan) {
+    if ((*scan)->routeKey() == prefix) {
+      ++scan;
+      return scan == routes.end() ? Route::Ptr() : *scan;
+    }
+  }
+  // `prefix` is gone: the next route is the first at or after its hash position (routes sharing
+  // its hash are taken again, which is harmless).
+  return it == routes.end() ? Route::Ptr() : *it;
+}
+
+void RouteStatusSm::doReview() {
+  KEL_TRACE(trace_, 8, "Vrf: " << vrfName_.str() << ", " << "doReview");
+  if (!initialized()) return;
+  const auto& routes = status_->routeColl();
+  Route::Ptr next;
+  if (reviewBookmark().isEmpty()) {
+    if (routes.begin() != routes.end()) next = *routes.begin();
+    KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "Starting review at " << (next ? next->routeKey().str() : std::string()));
+    KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteStatusSm: Starting review at "
+                              << (next ? next->routeKey().str() : std::string()));
+  } else {
+    // Resuming by hash position costs O(1) and works whether or not the bookmarked route is
+    // still there.
+    auto it = routes.lowerBoundHash(reviewBookmark().hash());
+    if (it != routes.end()) next = *it;
+    KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "Resuming review at " << reviewBookmark().str());
+    KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteStatusSm: Resuming review at " << reviewBookmark().str());
+  }
+  const double deadline = Kel::currentTime() + reviewQuantum();
+  while (next) {
+    const Velnet::IpGenPrefix prefix = next->routeKey();
+    try {
+      handleRoute(prefix);
+    } catch (const Kel::RangeException& e) {
+      // A route the RIB cannot take (too many vias) stays as it was; the review goes on.
+      KEL_TRACE(trace_, 3, "Vrf: " << vrfName_.str() << ", " << "doReview" << " (" << prefix.str() << "), " << e.what());
+    }
+    // The clock is read after the evaluation, so every slice evaluates at least one route.
+    const bool spent = Kel::currentTime() >= deadline;
+    next = routeAfter(prefix);
+    if (spent && next) {
+      reviewBookmarkIs(next->routeKey());
+      KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "Suspending review at: " << next->routeKey().str());
+      KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteStatusSm: Suspending review at " << next->routeKey().str());
+      clock_->timeMinIs(Kel::currentTime());
+      return;
+    }
+  }
+  updateRouteReviewState(true);
+  KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "Finished review");
+  KEL_FAST_TRACE("Vrf Id: " << vrfId_ << ", " << "RouteStatusSm: Finished review ");
+  reviewBookmarkIs(Velnet::IpGenPrefix());
+  reviewedOnceIs(true);
+}
+
+void RouteStatusSm::updateRouteReviewState(bool complete) {
+  if (!vrfReadyStatus_) return;
+  if (af_ == Velnet::AddressFamily::ipv4) {
+    vrfReadyStatus_->v4RouteReviewCompleteIs(complete);
+  } else {
+    vrfReadyStatus_->v6RouteReviewCompleteIs(complete);
+  }
+}
+
+void RouteStatusSm::reviewedOnceIs(bool v) {
+  if (v == reviewedOnce_) return;
+  reviewedOnce_ = v;
+  doCleanupRibConfig();
+}
+
+void RouteStatusSm::doCleanupRibConfig() {
+  KEL_TRACE(trace_, 8, "Vrf: " << vrfName_.str() << ", " << "doCleanupRibConfig");
+  // Only this VRF's routes: the table may be shared by all VRFs of the protocol.
+  std::vector<Velnet::IpGenPrefix> leftovers;
+  for (const Rib::Route& r : ribConfig_->routeColl()) {
+    const Rib::RouteKey& key = r.key();
+    if (key.vrfId() == vrfId_ && key.prefix().af() == af_ && !status_->routeHas(key.prefix())) {
+      leftovers.push_back(key.prefix());
+    }
+  }
+  for (const auto& prefix : leftovers) doDelRoute(prefix);
+  viaSetConfig_->restartingVrfDel(vrfName_);
+}
+
+KEL_REGISTER_HANDLER(RouteStatusSm, processBfdReq, "nextHopAddr", "intfId", "add");
+
+}  // namespace Routing::Protocol

@@ -1,0 +1,385 @@
+// RouteStatusSm through the real RIB platform objects: the choice of alternative, via validity,
+// the labelled switch, via-set sharing, and the time-sliced review.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "platform/fasttrace/FastTrace.h"
+#include "platform/kel/Kel.h"
+#include "routestatus/ProtocolRouteStatusSm.h"
+
+namespace Routing::Protocol {
+namespace {
+
+using Rib::RoutingProtocol;
+using Rib::Transport;
+using Velnet::AddressFamily;
+
+constexpr Vrf::VrfIdMap::VrfId kVrf = 5;
+const Rib::ViaMetric kResolved(10, 1, false);
+const Rib::ViaMetric kResolvedLoopCheck(10, 1, true);
+
+Velnet::IpGenPrefix prefix(const std::string& text) { return Velnet::IpGenPrefix::parse(text); }
+
+Rib::ViaKey via(const std::string& addr, Vrf::VrfIdMap::VrfId vrf = kVrf, Transport t = Transport::ipv4, uint32_t vni = 0) {
+  return Rib::ViaKey(t, vrf, RoutingProtocol::staticConfig, Velnet::IpGenAddr::parse(addr), Velnet::IntfId(), vni);
+}
+
+class RouteStatusSmTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Kel::activityManager().reset();
+    viaSetConfig->configViaSetCollIs(viaSetColl);
+    loopingByVrf->loopingRouteStatusIs(L3::VrfName("red"));
+  }
+  void TearDown() override {
+    sm = nullptr;
+    Kel::activityManager().reset();
+  }
+
+  Rib::ViaMetricStatus::Ptr metrics(Vrf::VrfIdMap::VrfId vrf = kVrf, Transport t = Transport::ipv4) {
+    return vmsByVrf->viaMetricStatusIs(vrf, t, RoutingProtocol::staticConfig);
+  }
+  void makeSm(bool withReadyStatus = true) {
+    sm = routeStatusSmFactory(L3::VrfName("red"), AddressFamily::ipv4, kVrf, status, metrics(), evpnMetrics,
+                              Rib::LoopingRouteStatus::PtrConst(looping()), ribConfig, viaSetConfig,
+                              RoutingProtocol::staticConfig, ipv4Default, ipv6Default,
+                              withReadyStatus ? readyStatus : VrfReadyStatus::Ptr(), bfdAppConfig, ipViaConfig,
+                              vmsByVrf, std::string("rib"));
+  }
+  Rib::LoopingRouteStatus::Ptr looping() { return loopingByVrf->loopingRouteStatus(L3::VrfName("red")); }
+  RoutePref::Ptr addRoute(const std::string& p, Routing::RoutePreference pref, const std::vector<Rib::ViaKey>& vias) {
+    auto rp = status->routeIs(prefix(p))->routePrefIs(pref);
+    for (const auto& v : vias) rp->dedupViaKeyIs(Rib::dedupViaKeyIs(v));
+    return rp;
+  }
+  const Rib::Route* rib(const std::string& p) { return ribConfig->route(Rib::RouteKey(kVrf, prefix(p))); }
+  const Rib::Shmtab::ViaSet* ribViaSet(const std::string& p) {
+    const Rib::Route* r = rib(p);
+    return r ? viaSetColl->viaSet(r->viaSetKey()) : nullptr;
+  }
+  void settle() { Kel::activityManager().runUntilIdle(); }
+
+  Kel::ManualTimeSource time{1000.0};
+  Kel::ScopedTimeSource scopedTime{time};
+  Status::Ptr status = statusFactory(RouteStatusKey(kVrf, AddressFamily::ipv4));
+  Rib::ViaMetricStatusByVrf::Ptr vmsByVrf = Rib::viaMetricStatusByVrfFactory();
+  Rib::ViaMetricStatus::Ptr evpnMetrics = Rib::viaMetricStatusFactory(RoutingProtocol::staticConfig);
+  Rib::ViaMetricStatus::Ptr ipv4Default = Rib::viaMetricStatusFactory(RoutingProtocol::staticConfig);
+  Rib::ViaMetricStatus::Ptr ipv6Default = Rib::viaMetricStatusFactory(RoutingProtocol::staticConfig);
+  Rib::LoopingRouteStatusByVrf::Ptr loopingByVrf = Rib::loopingRouteStatusByVrfFactory();
+  Rib::RouteConfig::Ptr ribConfig = Rib::routeConfigFactory();
+  Rib::ViaSetConfig::Ptr viaSetConfig = Rib::viaSetConfigFactory(RoutingProtocol::staticConfig);
+  Rib::Shmtab::ViaSetCollection::Ptr viaSetColl = Rib::Shmtab::ViaSetCollection::ViaSetCollectionIs();
+  Rib::Ip::ViaConfig::Ptr ipViaConfig = Rib::Ip::viaConfigFactory();
+  Bfd::AppConfig::Ptr bfdAppConfig = Bfd::appConfigFactory(std::string("staticConfig"));
+  VrfReadyStatus::Ptr readyStatus = vrfReadyStatusFactory(L3::VrfName("red"));
+  RouteStatusSm::Ptr sm;
+};
+
+TEST_F(RouteStatusSmTest, FirstUsableAlternativeByAscendingPreferenceWins) {
+  metrics()->viaMetricIs(via("10.0.0.2"), kResolved);
+  makeSm();
+  addRoute("192.168.0.0/16", 1, {via("10.0.0.1")});
+  addRoute("192.168.0.0/16", 2, {via("10.0.0.2")});
+  ASSERT_NE(rib("192.168.0.0/16"), nullptr);
+  EXPECT_EQ(rib("192.168.0.0/16")->metricPref(), 2);
+  EXPECT_EQ(ribViaSet("192.168.0.0/16")->vias(), std::vector<Rib::ViaKey>{via("10.0.0.2")});
+  // The better via resolves: the metric change reviews every route and the route moves back.
+  metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
+  settle();
+  EXPECT_EQ(rib("192.168.0.0/16")->metricPref(), 1);
+  EXPECT_EQ(ribViaSet("192.168.0.0/16")->vias(), std::vector<Rib::ViaKey>{via("10.0.0.1")});
+  EXPECT_EQ(ribViaSet("192.168.0.0/16")->flags(), Rib::Shmtab::ViaSet::flagIpv4);
+}
+
+TEST_F(RouteStatusSmTest, NoUsableAlternativeRemovesThePrefixAndFecTypeTwoNeedsNoVia) {
+  metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
+  makeSm();
+  addRoute("192.168.0.0/16", 1, {via("10.0.0.1")});
+  ASSERT_NE(rib("192.168.0.0/16"), nullptr);
+  metrics()->viaMetricDel(via("10.0.0.1"));
+  settle();
+  EXPECT_EQ(rib("192.168.0.0/16"), nullptr);
+  auto rp = addRoute("192.168.0.0/16", 3, {via("10.0.0.9")});
+  rp->fecTypeIs(2);
+  status->route(prefix("192.168.0.0/16"))->routeChangedAtIs(1.0);
+  ASSERT_NE(rib("192.168.0.0/16"), nullptr);
+  EXPECT_EQ(rib("192.168.0.0/16")->metricPref(), 3);
+  EXPECT_EQ(ribViaSet("192.168.0.0/16")->viaCount(), 0u);
+  EXPECT_EQ(ribViaSet("192.168.0.0/16")->type(), 2);
+}
+
+TEST_F(RouteStatusSmTest, OneLabelledViaDiscardsTheUnlabelledOnesForGood) {
+  std::vector<Rib::ViaKey> vias{via("10.0.1.1"), via("10.0.1.2"), via("10.0.1.3"), via("10.0.1.4")};
+  for (const auto& v : vias) metrics()->viaMetricIs(v, kResolved);
+  makeSm();
+  auto rp = addRoute("192.168.0.0/16", 1, vias);
+  // The vias as the alternative meets them (hash order): label the second and the fourth.
+  std::vector<Rib::ViaKey> met;
+  for (const auto& h : rp->dedupViaKeyColl()) met.push_back(h->value());
+  ipViaConfig->viaIs(Rib::Via(met[1], 100));
+  ipViaConfig->viaIs(Rib::Via(met[3], 0xFFFFF));  // the largest label there is
+  status->route(prefix("192.168.0.0/16"))->routeChangedAtIs(1.0);
+  const auto* vs = ribViaSet("192.168.0.0/16");
+  ASSERT_NE(vs, nullptr);
+  EXPECT_TRUE(vs->labelled());
+  EXPECT_EQ(vs->vias(), (std::vector<Rib::ViaKey>{met[1], met[3]}));
+  // A label past 20 bits is no label: the fourth via no longer counts as labelled.
+  ipViaConfig->viaIs(Rib::Via(met[3], 0x100000));
+  status->route(prefix("192.168.0.0/16"))->routeChangedAtIs(2.0);
+  EXPECT_EQ(ribViaSet("192.168.0.0/16")->vias(), (std::vector<Rib::ViaKey>{met[1]}));
+}
+
+TEST_F(RouteStatusSmTest, EvpnViaNeedsItsOwnMetricAndItsResolvedVtepCompanion) {
+  Rib::ViaKey evpn = via("10.9.9.9", kVrf, Transport::evpn, 5000);
+  Rib::ViaKey vtep = via("172.16.0.1", 0);
+  makeSm();
+  auto rp = addRoute("192.168.0.0/16", 1, {evpn});
+  evpnMetrics->viaMetricIs(evpn, kResolved);
+  settle();
+  EXPECT_EQ(rib("192.168.0.0/16"), nullptr);  // no companion recorded: never valid
+  rp->dedupEvpnVtepIpViaKeyIs(evpn, Rib::dedupViaKeyIs(vtep));
+  EXPECT_EQ(rib("192.168.0.0/16"), nullptr);  // companion not resolved in the default VRF
+  ipv4Default->viaMetricIs(vtep, kResolved);
+  status->route(prefix("192.168.0.0/16"))->routeChangedAtIs(1.0);
+  ASSERT_NE(rib("192.168.0.0/16"), nullptr);
+  // An IPv6 companion is looked up in the IPv6 default-VRF metrics, not the IPv4 ones.
+  Rib::ViaKey vtep6 = via("2001:db8::1", 0, Transport::ipv6);
+  ipv4Default->viaMetricIs(vtep6, kResolved);
+  rp->dedupEvpnVtepIpViaKeyIs(evpn, Rib::dedupViaKeyIs(vtep6));
+  EXPECT_EQ(rib("192.168.0.0/16"), nullptr);
+}
+
+TEST_F(RouteStatusSmTest, LoopingCheckAppliesOnlyWhenTheMetricAsksForIt) {
+  metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
+  looping()->loopingRouteIs(prefix("192.168.0.0/16"), 1);
+  makeSm();
+  addRoute("192.168.0.0/16", 1, {via("10.0.0.1")});
+  EXPECT_NE(rib("192.168.0.0/16"), nullptr);
+  metrics()->viaMetricIs(via("10.0.0.1"), kResolvedLoopCheck);
+  settle();
+  EXPECT_EQ(rib("192.168.0.0/16"), nullptr);
+  looping()->loopingRouteDel(prefix("192.168.0.0/16"));  // the looping entry itself triggers
+  EXPECT_NE(rib("192.168.0.0/16"), nullptr);
+}
+
+TEST_F(RouteStatusSmTest, ViaTablesAreChosenByTheViaKeysOwnVrf) {
+  metrics(9)->viaMetricIs(via("10.0.0.1", 9), kResolved);
+  makeSm();
+  addRoute("192.168.0.0/16", 1, {via("10.0.0.1", 9)});
+  EXPECT_NE(rib("192.168.0.0/16"), nullptr);  // resolved in VRF 9, used by a route of VRF 5
+  addRoute("192.169.0.0/16", 1, {via("10.0.0.1", 42)});
+  EXPECT_EQ(rib("192.169.0.0/16"), nullptr);  // VRF 42 has no metric table at all
+}
+
+TEST_F(RouteStatusSmTest, RemovedRouteLeavesTheRibAtOnce) {
+  metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
+  makeSm();
+  addRoute("192.168.0.0/16", 1, {via("10.0.0.1")});
+  ASSERT_NE(rib("192.168.0.0/16"), nullptr);
+  status->routeDel(prefix("192.168.0.0/16"));
+  EXPECT_EQ(rib("192.168.0.0/16"), nullptr);
+  EXPECT_EQ(sm->routes(), 0u);
+}
+
+TEST_F(RouteStatusSmTest, TooManyViasLeaveTheRibAsItWas) {
+  std::vector<Rib::ViaKey> vias;
+  for (int i = 0; i < 513; ++i) {
+    vias.push_back(via("10.1." + std::to_string(i / 256) + "." + std::to_string(i % 256)));
+    metrics()->viaMetricIs(vias.back(), kResolved);
+  }
+  makeSm();
+  auto rp = addRoute("192.168.0.0/16", 1, std::vector<Rib::ViaKey>(vias.begin(), vias.begin() + 512));
+  ASSERT_EQ(ribViaSet("192.168.0.0/16")->viaCount(), 512u);
+  Rib::Route before = *rib("192.168.0.0/16");
+  try {
+    rp->dedupViaKeyIs(Rib::dedupViaKeyIs(vias[512]));
+    FAIL();
+  } catch (const Kel::RangeException& e) {
+    EXPECT_STREQ(e.what(), "ViaIndex::value < ViaIndex::min or > ViaIndex::max not allowed");
+  }
+  EXPECT_EQ(*rib("192.168.0.0/16"), before);
+  // A review meets the same route and goes on past it.
+  metrics()->viaMetricIs(via("10.0.0.99"), kResolved);
+  settle();
+  EXPECT_TRUE(readyStatus->v4RouteReviewComplete());
+}
+
+TEST_F(RouteStatusSmTest, EqualViaSetsAreSharedAndLeaveTheTableWithTheirLastUser) {
+  metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
+  makeSm();
+  addRoute("192.168.0.0/16", 1, {via("10.0.0.1")});
+  addRoute("192.169.0.0/16", 1, {via("10.0.0.1")});
+  EXPECT_EQ(rib("192.168.0.0/16")->viaSetKey(), rib("192.169.0.0/16")->viaSetKey());
+  EXPECT_EQ(viaSetColl->viaSets(), 1u);
+  status->routeDel(prefix("192.168.0.0/16"));
+  EXPECT_EQ(viaSetColl->viaSets(), 1u);
+  status->routeDel(prefix("192.169.0.0/16"));
+  EXPECT_EQ(viaSetColl->viaSets(), 0u);
+}
+
+TEST_F(RouteStatusSmTest, InstallInFibTagAndSourceVrfReachTheRibRoute) {
+  metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
+  makeSm();
+  auto rp = addRoute("192.168.0.0/16", 4, {via("10.0.0.1")});
+  rp->tagIs(77);
+  rp->installInFibIs(false);
+  status->route(prefix("192.168.0.0/16"))->srcVrfIdIs(3);
+  status->route(prefix("192.168.0.0/16"))->routeChangedAtIs(1.0);
+  const Rib::Route* r = rib("192.168.0.0/16");
+  EXPECT_EQ(r->tag(), 77u);
+  EXPECT_EQ(r->flags() & Rib::Route::flagNoFibInstall, Rib::Route::flagNoFibInstall);
+  EXPECT_EQ(r->srcVrfId(), 3u);
+  EXPECT_EQ(r->routingProtocol(), RoutingProtocol::staticConfig);
+}
+
+// ---- The review ----
+
+TEST_F(RouteStatusSmTest, EmptyStatusFinishesAtOnceAndCleansOnlyItsOwnLeftovers) {
+  Rib::Route mine(Rib::RouteKey(kVrf, prefix("10.10.0.0/16")));
+  Rib::Route other(Rib::RouteKey(6, prefix("10.10.0.0/16")));
+  ribConfig->routeAdd(mine);
+  ribConfig->routeAdd(other);
+  makeSm();
+  EXPECT_TRUE(viaSetConfig->restartingVrfHas(L3::VrfName("red")));
+  EXPECT_FALSE(readyStatus->v4RouteReviewComplete());
+  Kel::activityManager().runOnce();
+  EXPECT_TRUE(sm->reviewedOnce());
+  EXPECT_TRUE(readyStatus->v4RouteReviewComplete());
+  EXPECT_EQ(ribConfig->route(mine.key()), nullptr);
+  EXPECT_NE(ribConfig->route(other.key()), nullptr);  // a shared table: another VRF's route stays
+  EXPECT_FALSE(viaSetConfig->restartingVrfHas(L3::VrfName("red")));
+}
+
+class RouteStatusReviewTest : public RouteStatusSmTest {
+ protected:
+  void SetUp() override {
+    RouteStatusSmTest::SetUp();
+    for (int i = 0; i < 10; ++i) {
+      std::string p = "10." + std::to_string(i) + ".0.0/16";
+      addRoute(p, 1, {via("10.0.0.1")});
+    }
+    metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
+    makeSm();
+    settle();
+    for (const auto& r : status->routeColl()) order.push_back(r->routeKey());
+  }
+  // Runs one turn of the loop and returns the prefixes evaluated by the review in it.
+  std::vector<Velnet::IpGenPrefix> slice() {
+    Kel::ScopedTraceCapture capture("Quill::RouteStatusSm/8");
+    Kel::activityManager().runOnce();
+    std::vector<Velnet::IpGenPrefix> seen;
+    for (const auto& t : capture.texts()) {
+      auto at = t.find("handleRoute (");
+      if (at != std::string::npos) seen.push_back(prefix(t.substr(at + 13, t.size() - at - 14)));
+    }
+    return seen;
+  }
+  std::vector<Velnet::IpGenPrefix> order;
+};
+
+TEST_F(RouteStatusReviewTest, SliceStopsOnceTheQuantumIsSpentAndResumesInHashOrder) {
+  time.stepPerReadIs(0.04);  // every read of the clock moves it on by 0.04 s
+  metrics()->viaMetricIs(via("10.0.0.7"), kResolved);
+  EXPECT_FALSE(readyStatus->v4RouteReviewComplete());
+  // Deadline read at t, then t+0.04, t+0.08, t+0.12: three routes fit before the quantum is spent.
+  auto first = slice();
+  EXPECT_EQ(first, std::vector<Velnet::IpGenPrefix>(order.begin(), order.begin() + 3));
+  EXPECT_EQ(sm->reviewBookmark(), order[3]);
+  auto second = slice();
+  EXPECT_EQ(second, std::vector<Velnet::IpGenPrefix>(order.begin() + 3, order.begin() + 6));
+  time.stepPerReadIs(0);
+  auto rest = slice();
+  EXPECT_EQ(rest, std::vector<Velnet::IpGenPrefix>(order.begin() + 6, order.end()));
+  EXPECT_TRUE(readyStatus->v4RouteReviewComplete());
+  EXPECT_TRUE(sm->reviewBookmark().isEmpty());
+}
+
+TEST_F(RouteStatusReviewTest, EverySliceEvaluatesAtLeastOneRoute) {
+  sm->reviewQuantumIs(0);
+  metrics()->viaMetricIs(via("10.0.0.7"), kResolved);
+  for (size_t i = 0; i < order.size(); ++i) EXPECT_EQ(slice(), std::vector<Velnet::IpGenPrefix>{order[i]});
+  EXPECT_TRUE(readyStatus->v4RouteReviewComplete());
+}
+
+TEST_F(RouteStatusReviewTest, BookmarkedRouteDeletedBetweenSlicesResumesAtTheNextRoute) {
+  sm->reviewQuantumIs(0);
+  metrics()->viaMetricIs(via("10.0.0.7"), kResolved);
+  slice();
+  ASSERT_EQ(sm->reviewBookmark(), order[1]);
+  status->routeDel(order[1]);
+  EXPECT_EQ(slice(), std::vector<Velnet::IpGenPrefix>{order[2]});
+}
+
+TEST_F(RouteStatusReviewTest, MetricChangeDuringASuspendedReviewRestartsIt) {
+  sm->reviewQuantumIs(0);
+  metrics()->viaMetricIs(via("10.0.0.7"), kResolved);
+  slice();
+  slice();
+  metrics()->viaMetricIs(via("10.0.0.8"), kResolved);
+  EXPECT_TRUE(sm->reviewBookmark().isEmpty());
+  EXPECT_EQ(slice(), std::vector<Velnet::IpGenPrefix>{order[0]});
+  EXPECT_FALSE(readyStatus->v4RouteReviewComplete());
+}
+
+TEST_F(RouteStatusSmTest, ReviewRunsWithoutAReadyStatus) {
+  metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
+  addRoute("192.168.0.0/16", 1, {via("10.0.0.1")});
+  makeSm(false);
+  settle();
+  EXPECT_TRUE(sm->reviewedOnce());
+  EXPECT_NE(rib("192.168.0.0/16"), nullptr);
+  EXPECT_FALSE(readyStatus->v4RouteReviewComplete());
+}
+
+TEST_F(RouteStatusSmTest, TraceTextsAreExact) {
+  metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
+  makeSm();
+  settle();
+  Kel::ScopedTraceCapture capture("Quill::RouteStatusSm/8-9,FastTrace");
+  FastTrace::clear();
+  addRoute("192.168.0.0/16", 1, {via("10.0.0.2")});
+  status->route(prefix("192.168.0.0/16"))->routePrefIs(2)->dedupViaKeyIs(Rib::dedupViaKeyIs(via("10.0.0.1")));
+  auto texts = capture.textsOf("Quill::RouteStatusSm");
+  auto has = [&](const std::string& line) { return std::find(texts.begin(), texts.end(), line) != texts.end(); };
+  const std::string v1 = via("10.0.0.1").str(), v2 = via("10.0.0.2").str();
+  EXPECT_TRUE(has("Vrf: red, handleRoute (192.168.0.0/16)"));
+  EXPECT_TRUE(has("Vrf: red, handleRoute (192.168.0.0/16), Preference: 1, Via " + v2 + " is unresolved"));
+  EXPECT_TRUE(has("Vrf: red, handleRoute (192.168.0.0/16), Preference: 2, Adding Via " + v1 + " to Via Set"));
+  auto fast = FastTrace::lines();
+  EXPECT_NE(std::find(fast.begin(), fast.end(), "Vrf Id: 5, RouteStatusSm, route 192.168.0.0/16 adding Via " + v1 + " to Via Set"),
+            fast.end());
+  capture.clear();
+  sm->reviewQuantumIs(0);
+  addRoute("192.169.0.0/16", 1, {via("10.0.0.1")});
+  metrics()->viaMetricIs(via("10.0.0.3"), kResolved);
+  Kel::activityManager().runOnce();
+  texts = capture.textsOf("Quill::RouteStatusSm");
+  EXPECT_EQ(std::count_if(texts.begin(), texts.end(),
+                          [](const std::string& t) { return t.rfind("Vrf: red, Suspending review at: ", 0) == 0; }),
+            1);
+  EXPECT_TRUE(has("Vrf: red, handleRoute"));
+}
+
+TEST_F(RouteStatusSmTest, BfdPeersAreRequestedOncePerNextHop) {
+  makeSm();
+  Kel::ScopedThrowingAsserts throwing;
+  auto addr = Velnet::IpGenAddr::parse("10.0.0.1");
+  Kel::callHandler(*sm, "processBfdReq", {{"nextHopAddr", "'10.0.0.1'"}, {"intfId", "'Ethernet1'"}, {"add", true}});
+  EXPECT_TRUE(bfdAppConfig->peerConfigHas(Bfd::Peer(addr, L3::VrfName("red"))));
+  try {
+    sm->processBfdReq(addr, Velnet::IntfId("Ethernet1"), true);
+    FAIL();
+  } catch (const Kel::AssertionException& e) {
+    EXPECT_STREQ(e.what(), "bfdAppConfig()->peerConfig( bfdPeer ) == __null");
+  }
+  sm->processBfdReq(addr, Velnet::IntfId("Ethernet1"), false);
+  sm->processBfdReq(addr, Velnet::IntfId("Ethernet1"), false);  // absent: nothing changes
+  EXPECT_EQ(bfdAppConfig->peerConfigs(), 0u);
+}
+
+}  // namespace
+}  // namespace Routing::Protocol
