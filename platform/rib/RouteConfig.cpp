@@ -131,6 +131,14 @@ void ViaTable::viaDelAll() {
   for (const ViaKey& k : doomed) viaDel(k);
 }
 
+void ViaTable::shmtabPathIs(const std::string& path) {
+  // Paths read "routing/<rib>/viaConfig/...".
+  const std::string prefix = "routing/";
+  if (path.rfind(prefix, 0) != 0) return;
+  size_t end = path.find('/', prefix.size());
+  if (end != std::string::npos) ribNameIs(path.substr(prefix.size(), end - prefix.size()));
+}
+
 void ViaTable::checkIntegrity() const {
   if (corrupt_) throw Kel::CorruptionException(std::string(typeName()) + " is corrupted");
 }

@@ -15,6 +15,7 @@
 #include "platform/l3/L3.h"
 #include "platform/rib/RibTypes.h"
 #include "platform/rib/ViaSet.h"
+#include "platform/shmtab/ShmtabCollection.h"
 #include "platform/routing/Routing.h"
 #include "platform/velnet/Velnet.h"
 #include "platform/vrf/VrfId.h"
@@ -88,7 +89,7 @@ class Route {
 };
 
 // The protocol's RIB routes of one VRF, or of all VRFs.
-class RouteConfig : public Kel::Entity {
+class RouteConfig : public Kel::Entity, public KelShmtab::Collection {
  public:
   KEL_ENTITY(RouteConfig, "Routing::Rib::RouteConfig");
   class NotifieeConst : public Kel::NotifieeConstOf<RouteConfig> {
@@ -110,6 +111,9 @@ class RouteConfig : public Kel::Entity {
   // Removes every route of one VRF (a table shared by all VRFs).
   void doDeleteRoutesForVrf(Vrf::VrfIdMap::VrfId vrfId);
   void routeDelAll();
+
+  void shmtabCapacityIs(uint32_t entries) override { capacityIs(entries); }
+  void shmtabCleanup() override { routeDelAll(); }
 
  private:
   struct KeyOf {
@@ -148,7 +152,7 @@ class Via {
 };
 
 // A table of vias (the protocol's via configuration for one transport), keyed by via key.
-class ViaTable : public Kel::Entity {
+class ViaTable : public Kel::Entity, public KelShmtab::Collection {
  public:
   static constexpr const char* kTypeName = "Routing::Rib::ViaTable";
   class NotifieeConst : public Kel::NotifieeConstOf<ViaTable> {
@@ -157,10 +161,17 @@ class ViaTable : public Kel::Entity {
     virtual void onTransport() {}
     virtual void onRp() {}
     virtual void onCapacity() {}
+    virtual void onRibName() {}
   };
   KEL_SCALAR(Transport, transport, Transport);
   KEL_SCALAR(RoutingProtocol, rp, Rp);
   KEL_SCALAR(uint32_t, capacity, Capacity);
+  // "rib" or "mrib": the RIB the table configures, taken from its mount path.
+  KEL_SCALAR(std::string, ribName, RibName, "rib");
+
+  void shmtabCapacityIs(uint32_t entries) override { capacityIs(entries); }
+  void shmtabPathIs(const std::string& path) override;
+  void shmtabCleanup() override { viaDelAll(); }
 
   const Via* via(const ViaKey& key) const noexcept { return vias_.find(key); }
   size_t vias() const noexcept { return vias_.size(); }

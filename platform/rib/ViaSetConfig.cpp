@@ -1,5 +1,7 @@
 #include "platform/rib/ViaSetConfig.h"
 
+#include <vector>
+
 #include "platform/kel/Exception.h"
 
 namespace Routing::Rib {
@@ -31,10 +33,27 @@ bool ViaSetCollection::viaSetDel(ViaSetKey key) {
   return true;
 }
 
+void ViaSetCollection::shmtabCleanup() {
+  std::vector<ViaSetKey> keys;
+  for (const auto& e : sets_) keys.push_back(e.key);
+  for (ViaSetKey k : keys) viaSetDel(k);
+}
+
 }  // namespace Shmtab
 
-ViaSetConfig::ViaSetConfig(RoutingProtocol rp)
-    : routingProtocol_(rp), table_(Velk::DedupTable<Shmtab::ViaSet>::DedupTableIs("Routing::Rib::DedupViaSetKey")) {
+ViaSetConfigKey::ViaSetConfigKey(Kel::TextCursor& c) {
+  Kel::ValueFormReader r(c, kTypeName);
+  rp_ = r.field<RoutingProtocol>("rp");
+  ribName_ = r.field<std::string>("ribName");
+  r.end();
+}
+
+std::string ViaSetConfigKey::strep() const {
+  return Kel::ValueFormWriter(kTypeName).field("rp", rp_).field("ribName", ribName_).str();
+}
+
+ViaSetConfig::ViaSetConfig(const ViaSetConfigKey& key)
+    : key_(key), table_(Velk::DedupTable<Shmtab::ViaSet>::DedupTableIs("Routing::Rib::DedupViaSetKey")) {
   // A via set leaves the published table with its last handle. The hook holds no counted
   // reference: the destructor unhooks it, and handles outliving this object leave their sets
   // published, as the routes that still point at them do.

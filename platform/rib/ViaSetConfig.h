@@ -12,6 +12,7 @@
 #include "platform/l3/L3.h"
 #include "platform/rib/RibTypes.h"
 #include "platform/rib/ViaSet.h"
+#include "platform/shmtab/ShmtabCollection.h"
 #include "platform/velk/Velk.h"
 
 namespace Routing::Rib {
@@ -19,7 +20,7 @@ namespace Routing::Rib {
 namespace Shmtab {
 
 // The shared table of via sets that the RIB reads, by via-set key.
-class ViaSetCollection : public Kel::Entity {
+class ViaSetCollection : public Kel::Entity, public KelShmtab::Collection {
  public:
   KEL_ENTITY(ViaSetCollection, "Routing::Rib::Shmtab::ViaSetCollection");
   class NotifieeConst : public Kel::NotifieeConstOf<ViaSetCollection> {
@@ -38,12 +39,35 @@ class ViaSetCollection : public Kel::Entity {
   void viaSetIs(ViaSetKey key, const ViaSet& set);
   bool viaSetDel(ViaSetKey key);
 
+  void shmtabCapacityIs(uint32_t entries) override { capacityIs(entries); }
+  void shmtabCleanup() override;
+
  private:
   ViaSetCollection() = default;
   Kel::HashMap<ViaSetKey, ViaSet> sets_;
 };
 
 }  // namespace Shmtab
+
+// Names a via-set configuration: the protocol and the RIB it configures.
+class ViaSetConfigKey {
+ public:
+  static constexpr bool kelHasStrep = true;
+  static constexpr const char* kTypeName = "Routing::Rib::ViaSetConfigKey";
+
+  ViaSetConfigKey() = default;
+  ViaSetConfigKey(RoutingProtocol rp, const std::string& ribName = "rib") : rp_(rp), ribName_(ribName) {}  // NOLINT
+  explicit ViaSetConfigKey(Kel::TextCursor& c);
+
+  RoutingProtocol rp() const noexcept { return rp_; }
+  const std::string& ribName() const noexcept { return ribName_; }
+  bool operator==(const ViaSetConfigKey&) const = default;
+  std::string strep() const;
+
+ private:
+  RoutingProtocol rp_ = RoutingProtocol::unknown;
+  std::string ribName_ = "rib";
+};
 
 class ViaSetConfig : public Kel::Entity {
  public:
@@ -54,7 +78,7 @@ class ViaSetConfig : public Kel::Entity {
     virtual void onConfigViaSetColl() {}
   };
   KEL_CREATOR(ViaSetConfig);
-  KEL_KEY(RoutingProtocol, routingProtocol);
+  KEL_KEY(ViaSetConfigKey, key);
   // VRFs whose routes are being re-derived after a restart; the RIB keeps their old state meanwhile.
   KEL_SET(L3::VrfName, restartingVrf, RestartingVrf);
   // The mounted table the via sets are published in.
@@ -70,7 +94,7 @@ class ViaSetConfig : public Kel::Entity {
   ~ViaSetConfig() override;
 
  private:
-  explicit ViaSetConfig(RoutingProtocol rp);
+  explicit ViaSetConfig(const ViaSetConfigKey& key);
 
   Kel::Ptr<Velk::DedupTable<Shmtab::ViaSet>> table_;
 };
