@@ -76,8 +76,9 @@ class Route : public Kel::Entity {
   KEL_ORDERED_ENTITY_COLL(RoutePref, Routing::RoutePreference, routePref, RoutePref);
   // The VRF the route was learnt from (leaked routes); copied into the RIB route.
   KEL_SCALAR(Vrf::VrfIdMap::VrfId, srcVrfId, SrcVrfId);
-  // Written whenever something the route depends on changed: the signal to re-evaluate it.
-  KEL_SCALAR(double, routeChangedAt, RouteChangedAt);
+  // Written whenever something the route depends on changed: every write is the signal to
+  // re-evaluate it, even one that repeats the time already held.
+  KEL_STAMP(routeChangedAt, RouteChangedAt);
 
  private:
   explicit Route(const Velnet::IpGenPrefix& prefix) : routeKey_(prefix) {}

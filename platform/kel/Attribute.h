@@ -308,6 +308,21 @@ class ValueHashMap {
   [[maybe_unused]] static inline const bool kelAttr_##attr =                 \
       ::Kel::registerAttr(kTypeName, #attr, #Type, ::Kel::AttrKind::scalar)
 
+// A time stamp whose every write is a signal: unlike a scalar, writing the value it already holds
+// notifies too, so that two changes within one tick of the clock are both heard.
+#define KEL_STAMP(attr, Attr)                                                  \
+ private:                                                                      \
+  double attr##_{};                                                            \
+                                                                               \
+ public:                                                                       \
+  double attr() const noexcept { return attr##_; }                             \
+  void attr##Is(double v) {                                                    \
+    attr##_ = v;                                                               \
+    notify(&NotifieeConst::on##Attr);                                          \
+  }                                                                            \
+  [[maybe_unused]] static inline const bool kelAttr_##attr =                   \
+      ::Kel::registerAttr(kTypeName, #attr, "double", ::Kel::AttrKind::scalar)
+
 // An unsigned counter: a scalar with `xInc(delta)`, which wraps and returns the new value.
 #define KEL_COUNTER(Type, attr, Attr)                                         \
  private:                                                                     \

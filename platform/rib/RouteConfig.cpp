@@ -140,6 +140,8 @@ void ViaTable::shmtabPathIs(const std::string& path) {
 }
 
 void ViaTable::checkIntegrity() const {
+  if (checksLeft_ == 0) corrupt_ = true;
+  if (checksLeft_ != SIZE_MAX && checksLeft_ != 0) --checksLeft_;
   if (corrupt_) throw Kel::CorruptionException(std::string(typeName()) + " is corrupted");
 }
 

@@ -183,7 +183,12 @@ class ViaTable : public Kel::Entity, public KelShmtab::Collection {
   // A shared table reports corruption found while walking it; the handler (if any) is told the
   // message. Tests switch corruption on to see how walkers recover.
   bool corrupt() const noexcept { return corrupt_; }
-  void corruptIs(bool c) noexcept { corrupt_ = c; }
+  void corruptIs(bool c) noexcept {
+    corrupt_ = c;
+    checksLeft_ = SIZE_MAX;
+  }
+  // The table turns corrupt after `checks` more integrity checks have passed.
+  void corruptAfterChecksIs(size_t checks) noexcept { checksLeft_ = checks; }
   // Throws Kel::CorruptionException when the table has been marked corrupt.
   void checkIntegrity() const;
   void corruptionHandlerIs(std::function<void(const std::string&)> h) { corruptionHandler_ = std::move(h); }
@@ -200,7 +205,8 @@ class ViaTable : public Kel::Entity, public KelShmtab::Collection {
   Kel::HashTable<Via, KeyOf, ViaKey> vias_;
   std::function<void(const std::string&)> corruptionHandler_;
   mutable size_t corruptionReports_ = 0;
-  bool corrupt_ = false;
+  mutable size_t checksLeft_ = SIZE_MAX;
+  mutable bool corrupt_ = false;
 };
 
 namespace Ip {
