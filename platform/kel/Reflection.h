@@ -184,28 +184,31 @@ Ptr<Entity> createEntity(std::string_view typeName);
 
 namespace detail {
 
-template <class C, class R, class... P, size_t... I>
-Value invokeHandler(R (C::*fn)(P...), C& obj, const std::vector<std::string>& names, const NamedArgs& args,
-                    std::index_sequence<I...>) {
+// Converts every argument to its plain type first (a braced list converts in parameter order,
+// so the first bad argument is the one reported), then calls.
+template <class C, class F, class R, class... P, size_t... I>
+Value invokeConverted(F fn, C& obj, const std::vector<std::string>& names, const NamedArgs& args,
+                      std::index_sequence<I...>) {
   auto arg = [&](size_t i) -> const Value& { return args.find(names[i])->second; };
+  std::tuple<std::remove_cvref_t<P>...> values{fromValue<std::remove_cvref_t<P>>(arg(I))...};
   if constexpr (std::is_void_v<R>) {
-    (obj.*fn)(fromValue<std::remove_cvref_t<P>>(arg(I))...);
+    (obj.*fn)(std::get<I>(values)...);
     return Value();
   } else {
-    return toValue((obj.*fn)(fromValue<std::remove_cvref_t<P>>(arg(I))...));
+    return toValue((obj.*fn)(std::get<I>(values)...));
   }
 }
 
 template <class C, class R, class... P, size_t... I>
+Value invokeHandler(R (C::*fn)(P...), C& obj, const std::vector<std::string>& names, const NamedArgs& args,
+                    std::index_sequence<I...> seq) {
+  return invokeConverted<C, decltype(fn), R, P...>(fn, obj, names, args, seq);
+}
+
+template <class C, class R, class... P, size_t... I>
 Value invokeHandler(R (C::*fn)(P...) const, C& obj, const std::vector<std::string>& names,
-                    const NamedArgs& args, std::index_sequence<I...>) {
-  auto arg = [&](size_t i) -> const Value& { return args.find(names[i])->second; };
-  if constexpr (std::is_void_v<R>) {
-    (obj.*fn)(fromValue<std::remove_cvref_t<P>>(arg(I))...);
-    return Value();
-  } else {
-    return toValue((obj.*fn)(fromValue<std::remove_cvref_t<P>>(arg(I))...));
-  }
+                    const NamedArgs& args, std::index_sequence<I...> seq) {
+  return invokeConverted<C, decltype(fn), R, P...>(fn, obj, names, args, seq);
 }
 
 template <class F>
