@@ -189,7 +189,7 @@ namespace detail {
 template <class C, class F, class R, class... P, size_t... I>
 Value invokeConverted(F fn, C& obj, const std::vector<std::string>& names, const NamedArgs& args,
                       std::index_sequence<I...>) {
-  auto arg = [&](size_t i) -> const Value& { return args.find(names[i])->second; };
+  [[maybe_unused]] auto arg = [&](size_t i) -> const Value& { return args.find(names[i])->second; };
   std::tuple<std::remove_cvref_t<P>...> values{fromValue<std::remove_cvref_t<P>>(arg(I))...};
   if constexpr (std::is_void_v<R>) {
     (obj.*fn)(std::get<I>(values)...);
