@@ -1,0 +1,469 @@
+#include "agent/Agent.h"
+
+#include <ostream>
+
+#include "agent/Show.h"
+#include "platform/kel/Exception.h"
+#include "platform/kel/Trace.h"
+
+namespace Routing::Protocol::Agent {
+
+namespace {
+
+// Trace lines go to the output stream between the commands' own output, without the source file
+// and line a log would carry, so that a scenario's expected output survives edits of the library.
+class InlineTraceSink final : public Kel::TraceSink {
+ public:
+  explicit InlineTraceSink(std::ostream* out) : out_(out) {}
+  void write(const Kel::TraceRecord& r) override {
+    *out_ << "trace " << r.handle << "/" << r.level << " " << r.text << "\n";
+  }
+
+ private:
+  std::ostream* out_;
+};
+
+std::string str(std::string_view s) { return std::string(s); }
+
+}  // namespace
+
+Agent::Agent(std::ostream& out) : out_(out), sink_(std::make_shared<InlineTraceSink>(&out)) {
+  Kel::activityManager().reset();
+  previousSink_ = Kel::traceSink();
+  Kel::traceSinkIs(sink_);
+}
+
+Agent::~Agent() {
+  notifierIs(nullptr);
+  containers_.clear();
+  Kel::activityManager().reset();
+  Kel::traceSinkIs(previousSink_);
+}
+
+void Agent::requireStarted() const {
+  if (!root_) throw Kel::InvalidOperationException("not started: run 'start cold' or 'start graceful' first");
+}
+
+Vrf::VrfIdMap::VrfId Agent::vrfId(std::string_view name) const {
+  auto it = vrfs_.find(str(name));
+  if (it == vrfs_.end()) throw Kel::RangeException("unknown VRF '" + str(name) + "'");
+  return it->second;
+}
+
+ContainerSm::Ptr Agent::container(std::string_view vrf, Velnet::AddressFamily af) const {
+  vrfId(vrf);
+  auto it = containers_.find(ContainerKey(L3::VrfName(vrf), af));
+  if (it == containers_.end()) {
+    throw Kel::InvalidOperationException("VRF '" + str(vrf) + "' has no " +
+                                         (af == Velnet::AddressFamily::ipv4 ? "ipv4" : "ipv6") +
+                                         " container: it is not ready (see 'show ready')");
+  }
+  return it->second;
+}
+
+Ip::Status::Ptr Agent::ipStatus() const {
+  return em_ ? Kel::ptrCast<Ip::Status>(em_->getEntity("ip/status")) : nullptr;
+}
+Ip6::Status::Ptr Agent::ip6Status() const {
+  return em_ ? Kel::ptrCast<Ip6::Status>(em_->getEntity("ip6/status")) : nullptr;
+}
+
+Rib::ViaMetricStatus::Ptr Agent::metricsOf(Vrf::VrfIdMap::VrfId vrf, Rib::Transport t) {
+  auto all = Kel::ptrCast<Rib::ViaMetricStatusByVrf>(em_->getEntity("routing/rib/viaMetricStatus"));
+  return all->viaMetricStatusIs(vrf, t, rp_);
+}
+
+Rib::RouteConfig::Ptr Agent::ribConfigFor(Vrf::VrfIdMap::VrfId id, Velnet::AddressFamily af) const {
+  if (!root_) return nullptr;
+  const bool v4 = af == Velnet::AddressFamily::ipv4;
+  auto shared = v4 ? root_->ipv4AllVrfRibConfig() : root_->ipv6AllVrfRibConfig();
+  if (shared) return shared;
+  return Kel::ptrCast<Rib::RouteConfig>(em_->getEntity(root_->ribMount(id, "rib", v4 ? "ipv4" : "ipv6")));
+}
+
+// Everything the RIB side publishes for a VRF to become ready in both unicast families.
+void Agent::vrfIs(const std::string& name, Vrf::VrfIdMap::VrfId id) {
+  const L3::VrfName vrf(name);
+  auto idStatus = Kel::ptrCast<Vrf::VrfIdMap::Status>(em_->getEntity("vrf/vrfIdMapStatus"));
+  ipStatus()->vrfIpIntfStatusIs(vrf);
+  ip6Status()->vrfIp6IntfStatusIs(vrf);
+  Kel::ptrCast<Rib::LoopingRouteStatusByVrf>(em_->getEntity("routing/rib/loopingRouteStatus"))->loopingRouteStatusIs(vrf);
+  Kel::ptrCast<Rib::LoopingRouteStatusByVrf>(em_->getEntity("routing6/rib/loopingRouteStatus"))->loopingRouteStatusIs(vrf);
+  metricsOf(id, Rib::Transport::ipv4);
+  metricsOf(id, Rib::Transport::ipv6);
+  if (id == 0) metricsOf(id, Rib::Transport::evpn);
+  vrfs_[name] = id;
+  idStatus->vrfNameIs(id, vrf);
+  nameMap_->vrfIdIs(vrf, id);
+}
+
+// Keeps one container per name in a ready set: the library's contract with its agent.
+void Agent::follow(const L3::VrfName& name, Velnet::AddressFamily af) {
+  const bool v4 = af == Velnet::AddressFamily::ipv4;
+  const ContainerKey key(name, af);
+  const bool ready = v4 ? root_->readyVrfIpv4Has(name) : root_->readyVrfIpv6Has(name);
+  auto it = containers_.find(key);
+  if (!ready) {
+    if (it == containers_.end()) return;
+    root_->routeStatusDir()->statusDel(it->second->status()->key());
+    const Vrf::VrfIdMap::VrfId id = it->second->vrfId();
+    containers_.erase(it);
+    v4 ? root_->doCleanupContainer4(name, id) : root_->doCleanupContainer6(name, id);
+    return;
+  }
+  if (it != containers_.end()) return;
+  const Vrf::VrfIdMap::VrfId id = root_->vrfIdOf(name);
+  const auto transport = v4 ? Rib::Transport::ipv4 : Rib::Transport::ipv6;
+  auto shared = v4 ? root_->ipv4AllVrfViaConfig() : root_->ipv6AllVrfViaConfig();
+  auto viaConfig = shared ? shared
+                          : Kel::ptrCast<Rib::Ip::ViaConfig>(em_->getEntity(root_->viaConfigMount(id, "rib", transport)));
+  IntfStatus::Ptr intf;
+  if (v4) {
+    intf = ipv4IntfStatusFactory(Ip::VrfIpIntfStatus::PtrConst(root_->ipv4IntfStatus()->vrfIpIntfStatus(name)));
+  } else {
+    intf = ipv6IntfStatusFactory(Ip6::VrfIp6IntfStatus::PtrConst(root_->ipv6IntfStatus()->vrfIp6IntfStatus(name)));
+  }
+  auto looping = (v4 ? root_->loopingRouteStatusByVrf4() : root_->loopingRouteStatusByVrf6())->loopingRouteStatus(name);
+  auto c = containerSmFactory(key, id, root_->viaMetricStatus(transport, id, "rib"), viaConfig,
+                              root_->evpnViaMetricStatus(), root_->evpnConfig(), root_->viaSetConfig(),
+                              ribConfigFor(id, af), Rib::LoopingRouteStatus::PtrConst(looping), intf,
+                              root_->ipv4DefaultVrfViaConfig(), root_->ipv4DefaultVrfViaMetricStatus(),
+                              root_->ipv6DefaultVrfViaConfig(), root_->ipv6DefaultVrfViaMetricStatus(), rp_,
+                              allVrfReadyStatus_->vrfReadyStatus(name), bfdByContainer_->nextHopStatusIs(key),
+                              bfdAppConfig_, root_->viaMetricStatusByVrf(), std::string("rib"));
+  root_->routeStatusDir()->statusIs(c->status());
+  containers_[key] = c;
+}
+
+void Agent::execute(const Command& c) {
+  const std::string_view v = c.verb;
+  if (v == "protocol") return cmdProtocol(c);
+  if (v == "limits") return cmdLimits(c);
+  if (v == "start") return cmdStart(c);
+  if (v == "verify-ready") {
+    expectWords(c.args, 0, 0, "verify-ready");
+    requireStarted();
+    Kel::ptrConstCast(root_->grState())->startReadyVerificationIs(true);
+    return;
+  }
+  if (v == "vrf") return cmdVrf(c);
+  if (v == "intf") return cmdIntf(c);
+  if (v == "metric") return cmdMetric(c);
+  if (v == "looping") return cmdLooping(c);
+  if (v == "seq-trigger") return cmdSeqTrigger(c);
+  if (v == "route") return cmdRoute(c);
+  if (v == "run") return cmdRun(c);
+  if (v == "trace") return cmdTrace(c);
+  if (v == "show") return cmdShow(c);
+  throw Kel::ParseException("unknown command '" + str(v) + "'");
+}
+
+void Agent::cmdProtocol(const Command& c) {
+  expectWords(c.args, 1, 1, "protocol staticConfig|routeInput|bgp|ospf|...");
+  if (root_) throw Kel::InvalidOperationException("protocol must be chosen before start");
+  Rib::RoutingProtocol rp;
+  try {
+    rp = Rib::routingProtocolFromString(c.args[0]);
+  } catch (const Kel::Exception&) {
+    throw Kel::ParseException("unknown protocol '" + str(c.args[0]) + "'");
+  }
+  if (rp == Rib::RoutingProtocol::unknown) throw Kel::ParseException("protocol 'unknown' cannot run");
+  rp_ = rp;
+}
+
+void Agent::cmdLimits(const Command& c) {
+  static constexpr std::string_view usage = "limits routes N viasets N vrfs N";
+  expectWords(c.args, 2, 6, usage);
+  if (c.args.size() % 2 != 0) throw Kel::ParseException("usage: " + str(usage));
+  if (root_) throw Kel::InvalidOperationException("limits must be set before start");
+  uint32_t routes = maxRoutes_, viaSets = maxViaSets_, vrfs = maxVrfs_;
+  for (size_t i = 0; i < c.args.size(); i += 2) {
+    const auto n = static_cast<uint32_t>(parseUnsigned(c.args[i + 1], c.args[i], UINT32_MAX));
+    if (c.args[i] == "routes") routes = n;
+    else if (c.args[i] == "viasets") viaSets = n;
+    else if (c.args[i] == "vrfs") vrfs = n;
+    else throw Kel::ParseException("unknown limit '" + str(c.args[i]) + "': expected routes, viasets or vrfs");
+  }
+  maxRoutes_ = routes;
+  maxViaSets_ = viaSets;
+  maxVrfs_ = vrfs;
+}
+
+void Agent::cmdStart(const Command& c) {
+  expectWords(c.args, 1, 1, "start cold|graceful");
+  if (c.args[0] != "cold" && c.args[0] != "graceful") throw Kel::ParseException("usage: start cold|graceful");
+  if (root_) throw Kel::InvalidOperationException("already started");
+  em_ = Statedb::entityManagerFactory();
+  mg_ = Statedb::mountGroupFactory(em_);
+  allVrfReadyStatus_ = allVrfReadyStatusFactory();
+  allVrfRibSeqTrigger_ = allVrfRibSeqTriggerFactory();
+  bfdByContainer_ = bfdTrackedNextHopByContainerFactory();
+  bfdAppConfig_ = Bfd::appConfigFactory(std::string("protorib-agent"));
+  // First phase: the root asks for its mounts; second phase once they are all there.
+  root_ = rootSmFactory(em_, mg_, maxRoutes_, maxViaSets_, maxVrfs_, rp_, allVrfReadyStatus_, allVrfRibSeqTrigger_,
+                        bfdByContainer_);
+  notifierIs(root_);
+  root_->grStateIs(c.args[0] == "graceful");
+  mg_->doClose();
+  Kel::activityManager().runUntilIdle();
+  nameMap_ = Vrf::VrfIdMap::nameToIdMapFactory();
+  Kel::ptrCast<Vrf::VrfIdMap::NameToIdMapWrapper>(em_->getEntity("vrf/vrfNameStatus"))->nameToIdMapIs(nameMap_);
+  root_->doMountsComplete();
+  vrfIs("default", 0);
+}
+
+void Agent::cmdVrf(const Command& c) {
+  if (c.args.empty()) throw Kel::ParseException("usage: vrf add NAME ID | vrf del NAME");
+  requireStarted();
+  if (c.args[0] == "add") {
+    expectWords(c.args, 3, 3, "vrf add NAME ID");
+    const L3::VrfName name{c.args[1]};  // checks the name
+    const auto id = static_cast<Vrf::VrfIdMap::VrfId>(parseUnsigned(c.args[2], "VRF id", UINT32_MAX - 1));
+    if (vrfs_.count(str(c.args[1]))) throw Kel::NameInUseException("VRF '" + str(c.args[1]) + "' exists");
+    for (const auto& [n, i] : vrfs_) {
+      if (i == id) throw Kel::NameInUseException("VRF id " + std::to_string(id) + " is used by VRF '" + n + "'");
+    }
+    if (vrfs_.size() >= maxVrfs_) throw Kel::RangeException("VRF limit " + std::to_string(maxVrfs_) + " reached");
+    vrfIs(str(c.args[1]), id);
+  } else if (c.args[0] == "del") {
+    expectWords(c.args, 2, 2, "vrf del NAME");
+    const auto id = vrfId(c.args[1]);
+    if (id == 0) throw Kel::InvalidOperationException("VRF 'default' cannot be deleted");
+    const L3::VrfName name{c.args[1]};
+    vrfs_.erase(str(c.args[1]));
+    nameMap_->vrfIdDel(name);
+    Kel::ptrCast<Vrf::VrfIdMap::Status>(em_->getEntity("vrf/vrfIdMapStatus"))->vrfNameDel(id);
+  } else {
+    throw Kel::ParseException("usage: vrf add NAME ID | vrf del NAME");
+  }
+}
+
+void Agent::cmdIntf(const Command& c) {
+  static constexpr std::string_view usage =
+      "intf add|set VRF ipv4|ipv6 INTF [routing on|off] | intf del VRF ipv4|ipv6 INTF";
+  expectWords(c.args, 4, 6, usage);
+  requireStarted();
+  const std::string_view op = c.args[0];
+  vrfId(c.args[1]);
+  const L3::VrfName vrf{c.args[1]};
+  const auto af = parseFamily(c.args[2]);
+  const Velnet::IntfId intf{c.args[3]};
+  bool routing = true;
+  if (c.args.size() == 6 && c.args[4] == "routing") {
+    routing = parseOnOff(c.args[5]);
+  } else if (c.args.size() != 4) {
+    throw Kel::ParseException("usage: " + str(usage));
+  }
+  const bool v4 = af == Velnet::AddressFamily::ipv4;
+  auto v4s = ipStatus()->vrfIpIntfStatus(vrf);
+  auto v6s = ip6Status()->vrfIp6IntfStatus(vrf);
+  const bool exists = v4 ? v4s->ipIntfStatusHas(intf) : v6s->ip6IntfStatusHas(intf);
+  if (op == "add" || op == "set") {
+    if (op == "add" && exists) throw Kel::NameInUseException("interface " + intf.name() + " exists");
+    if (op == "set" && !exists) throw Kel::RangeException("no interface " + intf.name());
+    if (op == "set" && c.args.size() != 6) throw Kel::ParseException("usage: intf set VRF ipv4|ipv6 INTF routing on|off");
+    if (v4) v4s->ipIntfStatusIs(intf)->dpRoutingEnabledIs(routing);
+    else v6s->ip6IntfStatusIs(intf)->dpRoutingEnabledIs(routing);
+  } else if (op == "del") {
+    if (c.args.size() != 4) throw Kel::ParseException("usage: " + str(usage));
+    if (!exists) throw Kel::RangeException("no interface " + intf.name());
+    if (v4) v4s->ipIntfStatusDel(intf);
+    else v6s->ip6IntfStatusDel(intf);
+  } else {
+    throw Kel::ParseException("usage: " + str(usage));
+  }
+}
+
+void Agent::cmdMetric(const Command& c) {
+  static constexpr std::string_view usage =
+      "metric VRF ipv4|ipv6|evpn NEXTHOP [intf X] [vni N] resolved [cost N] [loopcheck] | ... unresolved";
+  expectWords(c.args, 4, 11, usage);
+  requireStarted();
+  const auto id = vrfId(c.args[0]);
+  const auto t = parseTransport(c.args[1]);
+  const auto addr = parseAddress(c.args[2]);
+  if (t != Rib::Transport::evpn &&
+      (addr.af() == Velnet::AddressFamily::ipv4) != (t == Rib::Transport::ipv4)) {
+    throw Kel::ParseException("next hop " + addr.str() + " is not an " + str(c.args[1]) + " address");
+  }
+  if (t == Rib::Transport::evpn && id != 0) throw Kel::RangeException("EVPN metrics live in VRF 'default' only");
+  Velnet::IntfId intf;
+  uint32_t vni = 0, cost = 1;
+  bool loopCheck = false;
+  std::optional<bool> resolved;
+  for (size_t i = 3; i < c.args.size(); ++i) {
+    const auto k = c.args[i];
+    const bool hasValue = i + 1 < c.args.size();
+    if (k == "intf" && hasValue) intf = Velnet::IntfId(c.args[++i]);
+    else if (k == "vni" && hasValue) vni = static_cast<uint32_t>(parseUnsigned(c.args[++i], "vni", 0xFFFFFF));
+    else if (k == "cost" && hasValue) cost = static_cast<uint32_t>(parseUnsigned(c.args[++i], "cost", 0xFFFFFFFE));
+    else if (k == "loopcheck") loopCheck = true;
+    else if (k == "resolved") resolved = true;
+    else if (k == "unresolved") resolved = false;
+    else throw Kel::ParseException("usage: " + str(usage));
+  }
+  if (!resolved) throw Kel::ParseException("say resolved or unresolved");
+  const Rib::ViaKey key(t, id, rp_, addr, intf, vni);
+  auto table = metricsOf(id, t);
+  if (*resolved) table->viaMetricIs(key, Rib::ViaMetric(cost, 1, loopCheck));
+  else table->viaMetricDel(key);
+}
+
+void Agent::cmdLooping(const Command& c) {
+  expectWords(c.args, 3, 3, "looping VRF PREFIX on|off");
+  requireStarted();
+  vrfId(c.args[0]);
+  const auto prefix = parsePrefix(c.args[1]);
+  const bool on = parseOnOff(c.args[2]);
+  const char* path = prefix.af() == Velnet::AddressFamily::ipv4 ? "routing/rib/loopingRouteStatus"
+                                                                   : "routing6/rib/loopingRouteStatus";
+  auto status = Kel::ptrCast<Rib::LoopingRouteStatusByVrf>(em_->getEntity(path))->loopingRouteStatus(L3::VrfName(c.args[0]));
+  if (on) status->loopingRouteIs(prefix, status->loopingRoute(prefix) + 1);
+  else status->loopingRouteDel(prefix);
+}
+
+void Agent::cmdSeqTrigger(const Command& c) {
+  expectWords(c.args, 2, 2, "seq-trigger VRF N");
+  requireStarted();
+  vrfId(c.args[0]);
+  const auto n = static_cast<uint32_t>(parseUnsigned(c.args[1], "sequence number", UINT32_MAX));
+  auto trigger = allVrfRibSeqTrigger_->vrfRibSeqTrigger(L3::VrfName(c.args[0]));
+  if (!trigger) throw Kel::InvalidOperationException("VRF '" + str(c.args[0]) + "' has no sequence trigger yet");
+  trigger->ribReadySeqTriggerIs(n);
+}
+
+void Agent::cmdRoute(const Command& c) {
+  if (c.args.empty()) throw Kel::ParseException("usage: route add ... | route del VRF PREFIX [pref N]");
+  if (c.args[0] == "add") {
+    const RouteAdd r = parseRouteAdd(std::vector<std::string_view>(c.args.begin() + 1, c.args.end()));
+    requireStarted();
+    return cmdRouteAdd(r);
+  }
+  if (c.args[0] != "del") throw Kel::ParseException("usage: route add ... | route del VRF PREFIX [pref N]");
+  expectWords(c.args, 3, 5, "route del VRF PREFIX [pref N]");
+  if (c.args.size() == 4 || (c.args.size() == 5 && c.args[3] != "pref")) {
+    throw Kel::ParseException("usage: route del VRF PREFIX [pref N]");
+  }
+  requireStarted();
+  const auto prefix = parsePrefix(c.args[2]);
+  auto status = container(c.args[1], prefix.af())->status();
+  auto route = status->route(prefix);
+  if (!route) throw Kel::RangeException("no route " + prefix.str() + " in VRF '" + str(c.args[1]) + "'");
+  if (c.args.size() == 5) {
+    const auto pref = static_cast<Routing::RoutePreference>(parseUnsigned(c.args[4], "preference", 255));
+    if (!route->routePref(pref)) throw Kel::RangeException("route " + prefix.str() + " has no preference " + str(c.args[4]));
+    route->routePrefDel(pref);
+    if (route->routePrefs() != 0) return;
+  }
+  status->routeDel(prefix);
+}
+
+void Agent::cmdRouteAdd(const RouteAdd& r) {
+  const auto id = vrfId(r.vrf);
+  auto c = container(r.vrf, r.prefix.af());
+  std::vector<Rib::Via> vias;
+  for (const auto& v : r.vias) {
+    const auto t = v.nextHop.af() == Velnet::AddressFamily::ipv4 ? Rib::Transport::ipv4 : Rib::Transport::ipv6;
+    vias.emplace_back(Rib::ViaKey(t, id, rp_, v.nextHop, v.intf.empty() ? Velnet::IntfId() : Velnet::IntfId(v.intf), 0),
+                      v.label);
+  }
+  auto status = c->status();
+  const auto pref = static_cast<Routing::RoutePreference>(r.preference);
+  const bool newRoute = !status->route(r.prefix);
+  auto route = status->routeIs(r.prefix);
+  const bool replacing = route->routePref(pref) != nullptr;
+  try {
+    if (replacing) route->routePrefDel(pref);
+    // The attributes go in before the vias, so that each evaluation sees the alternative's kind.
+    auto alt = route->routePrefIs(pref);
+    alt->fecTypeIs(r.fecType);
+    alt->installInFibIs(r.installInFib);
+    alt->fibRouteTypeIs(r.fibType);
+    alt->tagIs(r.tag);
+    auto viaConfig = c->ipViaConfig();
+    for (const auto& v : vias) {
+      if (viaConfig && (v.labelled() || viaConfig->via(v.key()))) viaConfig->viaIs(v);
+      alt->dedupViaKeyIs(Rib::dedupViaKeyIs(v.key()));
+    }
+    if (r.srcVrfId) route->srcVrfIdIs(*r.srcVrfId);
+  } catch (...) {
+    if (newRoute) status->routeDel(r.prefix);
+    else route->routePrefDel(pref);
+    throw;
+  }
+}
+
+void Agent::cmdRun(const Command& c) {
+  expectWords(c.args, 0, 1, "run [SECONDS]");
+  if (c.args.empty()) {
+    Kel::activityManager().runUntilIdle();
+    return;
+  }
+  double seconds = 0;
+  try {
+    size_t used = 0;
+    seconds = std::stod(str(c.args[0]), &used);
+    if (used != c.args[0].size() || !(seconds >= 0) || seconds > 1e9) throw std::invalid_argument("");
+  } catch (const std::exception&) {
+    throw Kel::ParseException("bad span '" + str(c.args[0]) + "': expected seconds, 0 or more");
+  }
+  Kel::activityManager().runUntil(time_.time() + seconds);
+  Kel::activityManager().runUntilIdle();
+}
+
+void Agent::cmdTrace(const Command& c) {
+  expectWords(c.args, 1, 2, "trace HANDLE LEVELS | trace off");
+  if (c.args.size() == 1) {
+    if (c.args[0] != "off") throw Kel::ParseException("usage: trace HANDLE LEVELS | trace off");
+    Kel::traceConfigIs("");
+    return;
+  }
+  const std::string_view levels = c.args[1];
+  const auto dash = levels.find('-');
+  const int lo = static_cast<int>(parseUnsigned(levels.substr(0, dash), "trace level", 9));
+  const int hi = dash == std::string_view::npos ? lo : static_cast<int>(parseUnsigned(levels.substr(dash + 1), "trace level", 9));
+  if (lo > hi) throw Kel::RangeException("bad trace levels '" + str(levels) + "'");
+  Kel::TraceHandle::handle(c.args[0]).enable(lo, hi);
+}
+
+void Agent::cmdShow(const Command& c) {
+  static constexpr std::string_view usage =
+      "show rib [VRF] [ipv4|ipv6] [json] | show ready|intf|summary [json] | show readiness [VRF] [json]";
+  if (c.args.empty()) throw Kel::ParseException("usage: " + str(usage));
+  std::vector<std::string_view> rest(c.args.begin() + 1, c.args.end());
+  const bool json = !rest.empty() && rest.back() == "json";
+  if (json) rest.pop_back();
+  const auto what = c.args[0];
+  if (what == "rib") {
+    std::optional<std::string> vrf;
+    std::optional<Velnet::AddressFamily> af;
+    for (auto w : rest) {
+      if (w == "ipv4" || w == "ipv6") {
+        if (af) throw Kel::ParseException("usage: " + str(usage));
+        af = parseFamily(w);
+      } else if (!vrf && !af) {
+        vrfId(w);
+        vrf = str(w);
+      } else {
+        throw Kel::ParseException("usage: " + str(usage));
+      }
+    }
+    return showRib(*this, out_, vrf, af, json);
+  }
+  if (what == "readiness") {
+    expectWords(rest, 0, 1, usage);
+    std::optional<std::string> vrf;
+    if (!rest.empty()) {
+      vrfId(rest[0]);
+      vrf = str(rest[0]);
+    }
+    return showReadiness(*this, out_, vrf, json);
+  }
+  expectWords(rest, 0, 0, usage);
+  if (what == "ready") return showReady(*this, out_, json);
+  if (what == "intf") return showIntf(*this, out_, json);
+  if (what == "summary") return showSummary(*this, out_, json);
+  throw Kel::ParseException("usage: " + str(usage));
+}
+
+}  // namespace Routing::Protocol::Agent

@@ -1,0 +1,77 @@
+// The agent against the library: routes reach the RIB, fail over, and refused commands change
+// nothing.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "agent/Agent.h"
+#include "platform/kel/Exception.h"
+
+namespace Routing::Protocol::Agent {
+namespace {
+
+class AgentTest : public ::testing::Test {
+ protected:
+  void run(std::string_view script) {
+    size_t start = 0;
+    while (start <= script.size()) {
+      size_t end = script.find('\n', start);
+      if (end == std::string_view::npos) end = script.size();
+      if (auto c = parseLine(script.substr(start, end - start))) agent.execute(*c);
+      start = end + 1;
+    }
+  }
+  std::string show(std::string_view command) {
+    out.str("");
+    run(command);
+    return out.str();
+  }
+  std::ostringstream out;
+  Agent agent{out};
+};
+
+TEST_F(AgentTest, RouteFailsOverToTheSecondAlternativeAndBack) {
+  run("start cold\nvrf add red 5\n"
+      "route add red 10.0.0.0/8 pref 1 via 192.0.2.1\nroute add red 10.0.0.0/8 pref 2 via 192.0.2.2\n"
+      "metric red ipv4 192.0.2.1 resolved\nmetric red ipv4 192.0.2.2 resolved\nrun");
+  auto rib = agent.ribConfigFor(5, Velnet::AddressFamily::ipv4);
+  const Rib::RouteKey key(5, Velnet::IpGenPrefix::parse("10.0.0.0/8"));
+  ASSERT_NE(rib->route(key), nullptr);
+  EXPECT_EQ(rib->route(key)->metricPref(), 1);
+  run("metric red ipv4 192.0.2.1 unresolved\nrun");
+  EXPECT_EQ(rib->route(key)->metricPref(), 2);
+  run("metric red ipv4 192.0.2.2 unresolved\nrun");
+  EXPECT_EQ(rib->route(key), nullptr);
+  run("metric red ipv4 192.0.2.1 resolved\nrun");
+  EXPECT_EQ(rib->route(key)->metricPref(), 1);
+}
+
+TEST_F(AgentTest, RefusedCommandsChangeNothing) {
+  run("start cold\nvrf add red 5\nroute add red 10.0.0.0/8 pref 1 via 192.0.2.1");
+  const std::string before = show("show summary");
+  for (const char* bad : {"vrf add red 6", "vrf add blue 5", "vrf del default", "route add red 10.0.0.0/8 pref 1",
+                          "route add blue 10.0.0.0/8 pref 1 via 192.0.2.1", "route del red 10.1.0.0/16",
+                          "route del red 10.0.0.0/8 pref 9", "metric red ipv4 2001:db8::1 resolved",
+                          "intf set red ipv4 Ethernet1 routing on", "start cold", "protocol bgp", "nonsense"}) {
+    EXPECT_THROW(run(bad), std::exception) << bad;
+  }
+  EXPECT_EQ(show("show summary"), before);
+}
+
+TEST_F(AgentTest, ReplacingAnAlternativeKeepsOneAndDropsItsOldVias) {
+  run("start cold\nvrf add red 5\nmetric red ipv4 192.0.2.1 resolved\nmetric red ipv4 192.0.2.2 resolved\n"
+      "route add red 10.0.0.0/8 pref 1 via 192.0.2.1\nroute add red 10.0.0.0/8 pref 1 via 192.0.2.2 label 20\nrun");
+  EXPECT_EQ(show("show rib red"),
+            "VRF  FAMILY  PREFIX      PREF  VIAS                FLAGS\n"
+            "red  ipv4    10.0.0.0/8  1     192.0.2.2 label 20  -\n");
+}
+
+TEST_F(AgentTest, CommandsBeforeStartAreRefusedButSettingsAreKept) {
+  EXPECT_THROW(run("vrf add red 5"), Kel::InvalidOperationException);
+  run("protocol routeInput\nlimits routes 10 viasets 5 vrfs 2\nstart cold\nvrf add red 5");
+  EXPECT_THROW(run("vrf add blue 6"), Kel::RangeException);  // default and red fill the limit
+  EXPECT_NE(agent.root()->ipv4AllVrfRibConfig(), nullptr);
+}
+
+}  // namespace
+}  // namespace Routing::Protocol::Agent
