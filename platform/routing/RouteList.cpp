@@ -16,14 +16,17 @@ RouteKey::RouteKey(Kel::TextCursor& c) {
   r.end();
 }
 
-std::string RouteKey::strep() const { return Kel::ValueFormWriter(kTypeName).field("prefix", prefix_).str(); }
+std::string RouteKey::strep() const {
+  return Kel::ValueFormWriter(kTypeName).field("prefix", prefix_).str();
+}
 
 std::ostream& operator<<(std::ostream& os, const RouteKey& k) { return os << k.strep(); }
 
 namespace {
 
 [[maybe_unused]] const bool kRouteKeyRegistered = Kel::registerValueType<RouteKey>(
-    RouteKey::kTypeName, {Kel::AttrInfo{"prefix", "Velnet::IpGenPrefix", Kel::AttrKind::ctorParam}});
+    RouteKey::kTypeName,
+    {Kel::AttrInfo{"prefix", "Velnet::IpGenPrefix", Kel::AttrKind::ctorParam}});
 
 }  // namespace
 

@@ -18,7 +18,8 @@ TEST(RouteKey, TextFormReadsBackToAnEqualKey) {
     std::string text = Kel::valueToStrep(k);
     EXPECT_EQ(Kel::strepToValue<RouteKey>(text), k) << text;
   }
-  EXPECT_EQ(Kel::valueToStrep(key("10.0.0.0/8")), "Value('Routing::RouteKey', ** {'prefix': '10.0.0.0/8'})");
+  EXPECT_EQ(Kel::valueToStrep(key("10.0.0.0/8")),
+            "Value('Routing::RouteKey', ** {'prefix': '10.0.0.0/8'})");
   EXPECT_EQ(key("10.0.0.0/8").str(), "10.0.0.0/8");
 }
 
@@ -30,8 +31,9 @@ TEST(RouteKey, HashesAndOrdersAsItsPrefix) {
 }
 
 TEST(RouteKey, MalformedTextIsAParseErrorAndABadPrefixNamesTheField) {
-  EXPECT_THROW(Kel::strepToValue<RouteKey>("Value('Routing::RouteKey', ** {'prefix': '10.0.0.0/8'}"),
-               Kel::ParseException);
+  EXPECT_THROW(
+      Kel::strepToValue<RouteKey>("Value('Routing::RouteKey', ** {'prefix': '10.0.0.0/8'}"),
+      Kel::ParseException);
   try {
     Kel::strepToValue<RouteKey>("Value('Routing::RouteKey', ** {'prefix': '10.0.0.0/33'})");
     FAIL();
@@ -57,7 +59,8 @@ TEST(RouteList, ReplacingARouteObjectUnderItsKeyNotifiesOnce) {
   list->routeIs(first);
   list->routeIs(second);
   list->routeDel(key("10.0.0.0/8"));
-  EXPECT_EQ(rec.log, (std::vector<std::string>{"10.0.0.0/8 present", "10.0.0.0/8 present", "10.0.0.0/8 absent"}));
+  EXPECT_EQ(rec.log, (std::vector<std::string>{"10.0.0.0/8 present", "10.0.0.0/8 present",
+                                               "10.0.0.0/8 absent"}));
   EXPECT_EQ(list->routes(), 0u);
 }
 
