@@ -259,7 +259,7 @@ class HashTable {
     if (block_) {
       Probe p = probe(rev, keyOf_(e));
       if (p.found) return {elemsOf(block_) + p.slot, false};
-      if (block_->size < maxSize(block_->homeSlots)) {
+      if (block_->size < maxSize(block_->homeSlots) && !crowded(rev, p.slot)) {
         return {placeAt(p.slot, rev, std::move(e)), true};
       }
     }
@@ -279,7 +279,9 @@ class HashTable {
         std::construct_at(slot, std::move(e));
         return slot;
       }
-      if (block_->size < maxSize(block_->homeSlots)) return placeAt(p.slot, rev, std::move(e));
+      if (block_->size < maxSize(block_->homeSlots) && !crowded(rev, p.slot)) {
+        return placeAt(p.slot, rev, std::move(e));
+      }
     }
     growFor(size() + 1);
     return placeAt(insertionSlot(rev), rev, std::move(e));
@@ -323,8 +325,9 @@ class HashTable {
     block_ = nullptr;
   }
 
-  // Makes room for `n` elements in all, so that inserting up to that many does not regrow (an
-  // erase that leaves the table sparse may still shrink it).
+  // Makes room for `n` elements in all, so that inserting up to that many does not regrow for
+  // load (keys crowding into a narrow part of the hash order may still spread the table, and an
+  // erase that leaves it sparse may shrink it).
   void reserve(size_t n) {
     if (n == 0 || (block_ && n <= maxSize(block_->homeSlots))) return;
     rebuild(homeSlotsFor(n), tailSlack(homeSlotsFor(n)), 0);
@@ -353,6 +356,18 @@ class HashTable {
   }
 
   // Heap bytes held by the table itself (not by what its elements own).
+  // The farthest any element sits from its home slot: what a lookup may have to scan (for tests).
+  size_t longestDisplacement() const noexcept {
+    if (!block_) return 0;
+    size_t longest = 0;
+    const Word* bits = bitsOf(block_);
+    const uint32_t* revs = revsOf(block_);
+    for (size_t i = 0; i < block_->capacity; ++i) {
+      if (occupied(bits, i)) longest = std::max(longest, i - homeOf(revs[i], block_->homeSlots));
+    }
+    return longest;
+  }
+
   size_t bytesUsed() const noexcept { return block_ ? layoutFor(block_->capacity).bytes : 0; }
 
   // Checks every structural invariant, including that each stored rev matches its element's key
@@ -532,6 +547,19 @@ class HashTable {
       while (i < block_->capacity && occupied(bits, i)) ++i;
     }
     return i;
+  }
+
+  // Whether inserting at `at` would make a run too long to keep operations O(1): the load is
+  // bounded only on average, and keys that arrive in (or stay within) a narrow range of the hash
+  // order, as a walk in iteration order inserts them into another table, pile up in a few home
+  // slots. Growing spreads them. A run of equal hashes gains nothing from more slots, and under an
+  // eighth of the average load the table no longer grows for this, so memory stays bounded.
+  bool crowded(uint32_t rev, size_t at) const noexcept {
+    constexpr size_t kLongRun = 256;
+    size_t home = homeOf(rev, block_->homeSlots);
+    if (nextEmpty(block_, at) - home <= kLongRun) return false;
+    if (revsOf(block_)[home] == rev) return false;
+    return block_->size * 8 > block_->homeSlots;
   }
 
   void growFor(size_t n) {
