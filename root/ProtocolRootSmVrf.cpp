@@ -334,12 +334,8 @@ void RootSm::handleMcViaMetricStatus(Vrf::VrfIdMap::VrfId vrfId) {
 void RootSm::doDeleteViasForVrf(Vrf::VrfIdMap::VrfId vrfId, const Kel::Ptr<Rib::ViaTable>& viaConfig) {
   KEL_TRACE(trace_, 8, "doDeleteViasForVrf" << " (" << vrfId << ")");
   if (!viaConfig) return;
-  std::vector<Rib::ViaKey> doomed;
-  for (const Rib::Via& v : viaConfig->viaColl()) {
-    if (v.key().vrfId() == vrfId) doomed.push_back(v.key());
-  }
   try {
-    for (const Rib::ViaKey& key : doomed) {
+    for (const Rib::ViaKey& key : viaConfig->viaKeys(vrfId)) {
       viaConfig->checkIntegrity();
       viaConfig->viaDel(key);
     }

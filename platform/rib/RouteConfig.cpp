@@ -81,18 +81,22 @@ bool RouteConfig::routeDel(const RouteKey& key) {
   return true;
 }
 
-void RouteConfig::doDeleteRoutesForVrf(Vrf::VrfIdMap::VrfId vrfId) {
+template <class Pred>
+void RouteConfig::routeDelWhere(Pred pred) {
+  // Keys first: each deletion is announced, and observers may change the table meanwhile.
   std::vector<RouteKey> doomed;
   for (const Route& r : routes_) {
-    if (r.key().vrfId() == vrfId) doomed.push_back(r.key());
+    if (pred(r.key())) doomed.push_back(r.key());
   }
   for (const RouteKey& k : doomed) routeDel(k);
 }
 
+void RouteConfig::doDeleteRoutesForVrf(Vrf::VrfIdMap::VrfId vrfId) {
+  routeDelWhere([vrfId](const RouteKey& k) { return k.vrfId() == vrfId; });
+}
+
 void RouteConfig::routeDelAll() {
-  std::vector<RouteKey> doomed;
-  for (const Route& r : routes_) doomed.push_back(r.key());
-  for (const RouteKey& k : doomed) routeDel(k);
+  routeDelWhere([](const RouteKey&) { return true; });
 }
 
 // ---- Via, ViaTable ----
@@ -125,10 +129,16 @@ bool ViaTable::viaDel(const ViaKey& key) {
   return true;
 }
 
+std::vector<ViaKey> ViaTable::viaKeys(Vrf::VrfIdMap::VrfId vrfId) const {
+  std::vector<ViaKey> out;
+  for (const Via& v : vias_) {
+    if (vrfId == kAllVrfs || v.key().vrfId() == vrfId) out.push_back(v.key());
+  }
+  return out;
+}
+
 void ViaTable::viaDelAll() {
-  std::vector<ViaKey> doomed;
-  for (const Via& v : vias_) doomed.push_back(v.key());
-  for (const ViaKey& k : doomed) viaDel(k);
+  for (const ViaKey& k : viaKeys(kAllVrfs)) viaDel(k);
 }
 
 void ViaTable::shmtabPathIs(const std::string& path) {
@@ -151,11 +161,7 @@ void ViaTable::reportCorruption(const std::string& message) const {
 }
 
 void Evpn::ViaConfig::doDeleteViasForVrf(Vrf::VrfIdMap::VrfId vrfId) {
-  std::vector<ViaKey> doomed;
-  for (const Via& v : viaColl()) {
-    if (v.key().vrfId() == vrfId) doomed.push_back(v.key());
-  }
-  for (const ViaKey& k : doomed) viaDel(k);
+  for (const ViaKey& k : viaKeys(vrfId)) viaDel(k);
 }
 
 KEL_REGISTER_ENTITY(RouteConfig);

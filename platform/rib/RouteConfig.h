@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "platform/kel/Attribute.h"
 #include "platform/l3/L3.h"
@@ -120,6 +121,8 @@ class RouteConfig : public Kel::Entity, public KelShmtab::Collection {
     const RouteKey& operator()(const Route& r) const noexcept { return r.key(); }
   };
   RouteConfig() = default;
+  template <class Pred>
+  void routeDelWhere(Pred pred);
 
   Kel::HashTable<Route, KeyOf, RouteKey> routes_;
 };
@@ -179,6 +182,9 @@ class ViaTable : public Kel::Entity, public KelShmtab::Collection {
   void viaIs(const Via& v);
   bool viaDel(const ViaKey& key);
   void viaDelAll();
+  // The keys of one VRF's vias (kAllVrfs: of every via), copied so that deleting them is safe.
+  static constexpr Vrf::VrfIdMap::VrfId kAllVrfs = 0xFFFFFFFF;
+  std::vector<ViaKey> viaKeys(Vrf::VrfIdMap::VrfId vrfId) const;
 
   // A shared table reports corruption found while walking it; the handler (if any) is told the
   // message. Tests switch corruption on to see how walkers recover.
