@@ -292,9 +292,21 @@ void ViaMetricStatusSm::KelRouteStatus::onRoute(const Velnet::IpGenPrefix& prefi
   if (isZombie()) return;
   if (auto route = notifier()->route(prefix)) {
     routeIs(route);
+    // A route built apart arrives with its alternatives and vias already in place.
+    for (const RoutePref::Ptr& routePref : snapshot(route->routePrefColl())) {
+      if (route->routePref(routePref->preference()) == routePref) indexVias(route, routePref);
+    }
   } else {
     routeDel(prefix);
   }
+}
+
+void ViaMetricStatusSm::KelRouteStatus::indexVias(const Route::Ptr& route, const RoutePref::Ptr& routePref) {
+  if (routePref->dedupViaKeys() == 0) return;
+  Status::Ptr rs = writable(notifier());
+  std::vector<Rib::ViaKey> viaKeys;
+  viaKeysOf(*routePref, viaKeys);
+  for (const Rib::ViaKey& viaKey : viaKeys) owner()->handleRouteViaKey(rs, route, routePref, viaKey, false);
 }
 
 void ViaMetricStatusSm::KelRouteStatus::handleDel() {
@@ -311,6 +323,7 @@ void ViaMetricStatusSm::KelRoute::onRoutePref(Routing::RoutePreference pref) {
   if (isZombie()) return;
   if (auto routePref = notifier()->routePref(pref)) {
     routePrefIs(routePref);
+    owner()->indexVias(writable(notifier()), routePref);
   } else {
     routePrefDel(pref);
   }

@@ -140,6 +140,9 @@ class ViaMetricStatusSm : public Kel::StateMachine {
     void onRoute(const Velnet::IpGenPrefix& prefix) override;
     // The status left the directory: all its routes leave the index.
     void handleDel() override;
+    // Indexes the vias that an alternative brings with it when it joins a route, or a route
+    // built apart joins the status.
+    void indexVias(const Route::Ptr& route, const RoutePref::Ptr& routePref);
     KEL_REACTOR_COLL(KelRoute, Velnet::IpGenPrefix, route);
   };
 

@@ -7,6 +7,11 @@ void throwNullParameter(const char* typeName, const char* attr) {
                        " not allowed\"");
 }
 
+void throwAlreadyOwned(const char* typeName, const char* attr, const Entity& member) {
+  throw RangeException(std::string("entity ") + member.fullName() + " given to " + typeName + "::" + attr +
+                       " is already a member of " + member.parent()->fullName());
+}
+
 void throwReinstantiation(const std::string& fullName, const char* attr, const std::string& newValue,
                           const std::string& currentValue) {
   throw NameInUseException("Reinstantiating the entity with fullName " + fullName +

@@ -58,6 +58,8 @@ class Access {
                                        const std::string& currentValue);
 [[noreturn]] void throwPointerReinstantiation(const char* attr, const std::string& newValue,
                                               const std::string& currentValue);
+// An entity handed to an owning collection while another owner still holds it.
+[[noreturn]] void throwAlreadyOwned(const char* typeName, const char* attr, const Entity& member);
 
 bool registerAttr(const char* typeName, const char* attr, const char* attrType, AttrKind kind);
 
@@ -78,6 +80,12 @@ void checkCtorParam(const Entity& existing, const char* attr, const T& current, 
     throwReinstantiation(existing.fullName(), attr, messageText(requested), messageText(current));
   }
 }
+
+namespace detail {
+inline void checkAdoptable(const Entity& owner, const char* attr, const Entity& member) {
+  if (member.parent() != nullptr) throwAlreadyOwned(owner.typeName(), attr, member);
+}
+}  // namespace detail
 
 template <class T>
 struct EntityKeyOf {
@@ -127,6 +135,17 @@ class EntityHashCollection {
     Ptr<T>* e = t_.find(p->kelKey());
     if (e && *e == p) return false;
     t_.insertOrAssign(p);
+    return true;
+  }
+  // Takes a member built elsewhere, still without an owner, in place of any member under its
+  // key (which loses its owner). Returns whether anything changed.
+  bool adopt(const Entity& owner, const char* attr, const Ptr<T>& p) {
+    if (p->parent() == &owner) return false;
+    detail::checkAdoptable(owner, attr, *p);
+    Ptr<T> old = find(p->kelKey());
+    p->parentIs(&owner, attr);
+    t_.insertOrAssign(p);
+    if (old) old->parentIs(nullptr, nullptr);
     return true;
   }
   // Removes the member at `k` and hands it back (null if absent), so that the caller can keep it
@@ -184,6 +203,19 @@ class EntityOrderedCollection {
       return true;
     }
     v_.insert(it, p);
+    return true;
+  }
+  bool adopt(const Entity& owner, const char* attr, const Ptr<T>& p) {
+    if (p->parent() == &owner) return false;
+    detail::checkAdoptable(owner, attr, *p);
+    auto it = lower(p->kelKey());
+    p->parentIs(&owner, attr);
+    if (it != v_.end() && (*it)->kelKey() == p->kelKey()) {
+      Ptr<T> old = std::exchange(*it, p);
+      old->parentIs(nullptr, nullptr);
+    } else {
+      v_.insert(it, p);
+    }
     return true;
   }
   Ptr<T> erase(const Key& k, bool owning) {
@@ -385,6 +417,13 @@ class ValueHashMap {
   ::Kel::Ptr<T> attr##Is(const Key& k, A&&... a) {                                  \
     auto [p, added] = attr##_.instantiate(*this, #attr, k, std::forward<A>(a)...);  \
     if (added) notify(&NotifieeConst::on##Attr, k);                                 \
+    return p;                                                                       \
+  }                                                                                 \
+  /* Takes a member built apart (no notifiee hears it being filled in), replacing  \
+     any member under its key: one notification for the whole member. */           \
+  ::Kel::Ptr<T> attr##Is(const ::Kel::Ptr<T>& p) {                                  \
+    if (!p) ::Kel::throwNullParameter(kTypeName, #attr);                            \
+    if (attr##_.adopt(*this, #attr, p)) notify(&NotifieeConst::on##Attr, p->kelKey()); \
     return p;                                                                       \
   }                                                                                 \
   KEL_DETAIL_COLL_DELETERS(Key, attr, Attr, true)                                   \

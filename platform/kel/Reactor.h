@@ -128,16 +128,21 @@ class ReactorMap : public ReactorContainerBase {
     return out;
   }
 
-  // Creates the reactor for `n` unless one on the same entity exists; a reactor on another
-  // entity under the same key is replaced (without its handleDel: the key did not go away).
+  // Creates the reactor for `n` unless one on the same entity exists. A reactor on another
+  // entity under the same key is replaced, and its handleDel runs first: the entity it watched
+  // left the collection, and whatever was built from it must go before the newcomer's state
+  // is built (the two may share parts, such as the vias of a replaced route).
   template <class Owner, class... A>
   R* is(Owner* owner, const Ptr<N const>& n, A&&... a) {
-    const Key& k = n->kelKey();
+    const Key k = n->kelKey();
     if (auto* e = t_.find(k)) {
       if (e->value->notifier() == n) return e->value;
       R* old = e->value;
-      t_.erase(k);
-      detail::zombieAndDefer(old);
+      old->handleDel();
+      if (auto* still = t_.find(k); still && still->value == old) {
+        t_.erase(k);
+        detail::zombieAndDefer(old);
+      }
     }
     R* r = new R(owner, n, std::forward<A>(a)...);
     t_.insert(MapEntry<Key, R*>{k, r});

@@ -118,6 +118,41 @@ TEST_F(ViaMetricStatusSmTest, ViaNewToARouteIsIndexedAndStampsItOnce) {
   EXPECT_EQ(users(*sm, kV).size(), 2u);
 }
 
+// An agent may build a route (or an alternative) apart and hand it over whole; it must be indexed
+// as if its vias had come one by one, and a route replaced under its prefix must take its old
+// vias out of the index.
+TEST_F(ViaMetricStatusSmTest, RouteOrAlternativeBuiltApartIsIndexedAndReplacedCleanly) {
+  auto sm = start();
+  auto built = routeFactory(prefix("10.1.0.0/16"));
+  built->routePrefIs(1)->dedupViaKeyIs(Rib::dedupViaKeyIs(kV));
+  built->routePrefIs(2)->dedupViaKeyIs(Rib::dedupViaKeyIs(kW));
+  v4->routeIs(built);
+  EXPECT_EQ(users(*sm, kV), (Users{PrefixPrefVrfId(prefix("10.1.0.0/16"), 1, 5)}));
+  EXPECT_EQ(users(*sm, kW), (Users{PrefixPrefVrfId(prefix("10.1.0.0/16"), 2, 5)}));
+  EXPECT_EQ(built->routeChangedAt(), 100.0);
+
+  clock.timeIs(200.0);
+  auto replacement = routeFactory(prefix("10.1.0.0/16"));
+  replacement->routePrefIs(1)->dedupViaKeyIs(Rib::dedupViaKeyIs(kV));
+  replacement->routePrefIs(1)->dedupViaKeyIs(Rib::dedupViaKeyIs(kX));
+  v4->routeIs(replacement);
+  EXPECT_EQ(users(*sm, kV), (Users{PrefixPrefVrfId(prefix("10.1.0.0/16"), 1, 5)}));
+  EXPECT_EQ(users(*sm, kX), (Users{PrefixPrefVrfId(prefix("10.1.0.0/16"), 1, 5)}));
+  EXPECT_FALSE(sm->routeByViaKeyHas(kW));
+  EXPECT_EQ(replacement->routeChangedAt(), 200.0);
+  // The old route is nobody's concern any more: changing it reaches no index.
+  built->routePref(2)->dedupViaKeyIs(Rib::dedupViaKeyIs(kW));
+  EXPECT_FALSE(sm->routeByViaKeyHas(kW));
+
+  // An alternative built apart, replacing preference 1.
+  auto pref = routePrefFactory(Routing::RoutePreference(1));
+  pref->dedupViaKeyIs(Rib::dedupViaKeyIs(kW));
+  replacement->routePrefIs(pref);
+  EXPECT_EQ(users(*sm, kW), (Users{PrefixPrefVrfId(prefix("10.1.0.0/16"), 1, 5)}));
+  EXPECT_FALSE(sm->routeByViaKeyHas(kV));
+  EXPECT_FALSE(sm->routeByViaKeyHas(kX));
+}
+
 TEST_F(ViaMetricStatusSmTest, RoutesAlreadyPresentAreIndexedAtStart) {
   use(v4, "10.1.0.0/16", 1, kV);
   use(v4, "10.1.0.0/16", 2, kW);

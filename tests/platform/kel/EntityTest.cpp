@@ -104,6 +104,38 @@ TEST(EntityMutators, InstantiatingCollectionCreatesOnceAndOwnsItsMembers) {
   EXPECT_EQ(p->references(), 1u);  // only the test holds it now
 }
 
+// A member built apart joins with one notification, replaces the member under its key (which
+// loses its owner), and cannot be taken from an owner that still holds it.
+TEST(EntityMutators, OwningCollectionAdoptsAMemberBuiltApart) {
+  auto w = Widget::WidgetIs("w");
+  auto first = w->partIs("a", 7u);
+  Recorder r(w);
+  Kel::Ptr<Part> built(Kel::Access::create<Part>(std::string("a"), 9u));
+  built->lengthIs(3);  // filled in before it joins: nobody hears this
+  EXPECT_EQ(w->partIs(built), built);
+  EXPECT_EQ(w->part("a"), built);
+  EXPECT_EQ(built->parent(), w.get());
+  EXPECT_EQ(first->parent(), nullptr);
+  EXPECT_EQ(w->partIs(built), built);  // already the member: silent
+  EXPECT_EQ(r.log, (Log{"part a present"}));
+
+  auto other = Widget::WidgetIs("v");
+  try {
+    other->partIs(built);
+    FAIL();
+  } catch (const Kel::RangeException& e) {
+    EXPECT_STREQ(e.what(), "entity 'w'/part/'a' given to Test::Widget::part is already a member of 'w'");
+  }
+  EXPECT_EQ(other->parts(), 0u);
+  EXPECT_EQ(built->parent(), w.get());
+  try {
+    w->partIs(Kel::Ptr<Part>());
+    FAIL();
+  } catch (const Kel::RangeException& e) {
+    EXPECT_STREQ(e.what(), "null _part parameter to mutator for Test::Widget::part not allowed\"");
+  }
+}
+
 TEST(EntityMutators, RecreatingWithAnotherConstructorParameterIsRefused) {
   auto w = Widget::WidgetIs("w");
   w->partIs("a", 7u);
