@@ -132,9 +132,9 @@ class EntityHashCollection {
   }
   // Inserts a member made elsewhere (pointer collections). Returns whether anything changed.
   bool insert(const Ptr<T>& p) {
-    Ptr<T>* e = t_.find(p->kelKey());
-    if (e && *e == p) return false;
-    t_.insertOrAssign(p);
+    auto [e, added] = t_.insert(p);
+    if (added || *e == p) return added;
+    *e = p;
     return true;
   }
   // Takes a member built elsewhere, still without an owner, in place of any member under its
@@ -142,10 +142,12 @@ class EntityHashCollection {
   bool adopt(const Entity& owner, const char* attr, const Ptr<T>& p) {
     if (p->parent() == &owner) return false;
     detail::checkAdoptable(owner, attr, *p);
-    Ptr<T> old = find(p->kelKey());
     p->parentIs(&owner, attr);
-    t_.insertOrAssign(p);
-    if (old) old->parentIs(nullptr, nullptr);
+    auto [e, added] = t_.insert(p);
+    if (!added) {
+      Ptr<T> old = std::exchange(*e, p);
+      old->parentIs(nullptr, nullptr);
+    }
     return true;
   }
   // Removes the member at `k` and hands it back (null if absent), so that the caller can keep it

@@ -88,7 +88,7 @@ class NotifieeList {
 
 // What every notifiee has: its notifier (held counted, so the notifier outlives its observers),
 // and three flags.
-class NotifieeBase {
+class NotifieeBase : public SmallBlockObject {
  public:
   NotifieeBase(const NotifieeBase&) = delete;
   NotifieeBase& operator=(const NotifieeBase&) = delete;

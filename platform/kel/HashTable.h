@@ -97,6 +97,7 @@
 #include "platform/kel/Assert.h"
 #include "platform/kel/Exception.h"
 #include "platform/kel/Hash.h"
+#include "platform/kel/Memory.h"
 
 namespace Kel {
 
@@ -697,7 +698,11 @@ class HashTable {
   static Header* newBlock(size_t homeSlots, size_t cap) {
     Layout l = layoutFor(cap);
     void* raw;
-    if constexpr (kBlockAlign > __STDCPP_DEFAULT_NEW_ALIGNMENT__) {
+    if (l.bytes >= kLargeBlockBytes) {
+      raw = largeAllocate(l.bytes);  // page-aligned, so kBlockAlign holds too
+    } else if (kBlockAlign <= 16 && l.bytes <= kSmallBlockMax) {
+      raw = smallAllocate(l.bytes);  // the one- and two-element tables that every route has
+    } else if constexpr (kBlockAlign > __STDCPP_DEFAULT_NEW_ALIGNMENT__) {
       raw = ::operator new(l.bytes, std::align_val_t(kBlockAlign));
     } else {
       raw = ::operator new(l.bytes);
@@ -714,7 +719,12 @@ class HashTable {
     return h;
   }
   static void deallocate(Header* h) noexcept {
-    if constexpr (kBlockAlign > __STDCPP_DEFAULT_NEW_ALIGNMENT__) {
+    if (h == nullptr) return;
+    if (size_t bytes = layoutFor(h->capacity).bytes; bytes >= kLargeBlockBytes) {
+      largeFree(h, bytes);
+    } else if (kBlockAlign <= 16 && bytes <= kSmallBlockMax) {
+      smallFree(h, bytes);
+    } else if constexpr (kBlockAlign > __STDCPP_DEFAULT_NEW_ALIGNMENT__) {
       ::operator delete(h, std::align_val_t(kBlockAlign));
     } else {
       ::operator delete(h);

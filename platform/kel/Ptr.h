@@ -20,6 +20,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "platform/kel/Memory.h"
+
 namespace Kel {
 
 namespace detail {
@@ -29,7 +31,7 @@ extern bool threadSafePtrs;
 inline bool threadSafePtrs() noexcept { return detail::threadSafePtrs; }
 void threadSafePtrsIs(bool on) noexcept;
 
-class PtrInterface {
+class PtrInterface : public SmallBlockObject {
  public:
   PtrInterface(const PtrInterface&) = delete;
   PtrInterface& operator=(const PtrInterface&) = delete;

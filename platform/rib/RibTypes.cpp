@@ -71,12 +71,6 @@ ViaKey::ViaKey(Kel::TextCursor& c) {
   c = p;
 }
 
-bool ViaKey::operator==(const ViaKey& o) const noexcept {
-  return transport_ == o.transport_ && vrfId_ == o.vrfId_ &&
-         routingProtocol_ == o.routingProtocol_ && addr_ == o.addr_ && intfId_ == o.intfId_ &&
-         vni_ == o.vni_;
-}
-
 bool ViaKey::operator<(const ViaKey& o) const noexcept {
   return std::tie(transport_, vrfId_, routingProtocol_, addr_, intfId_, vni_) <
          std::tie(o.transport_, o.vrfId_, o.routingProtocol_, o.addr_, o.intfId_, o.vni_);

@@ -77,7 +77,10 @@ class ViaKey {
   uint32_t vni() const noexcept { return vni_; }
 
   bool operator!() const noexcept { return *this == ViaKey(); }
-  bool operator==(const ViaKey& o) const noexcept;
+  bool operator==(const ViaKey& o) const noexcept {
+    return addr_ == o.addr_ && vrfId_ == o.vrfId_ && transport_ == o.transport_ &&
+           routingProtocol_ == o.routingProtocol_ && intfId_ == o.intfId_ && vni_ == o.vni_;
+  }
   // Field by field in the order above; the interface by name.
   bool operator<(const ViaKey& o) const noexcept;
   bool operator!=(const ViaKey& o) const noexcept { return !(*this == o); }

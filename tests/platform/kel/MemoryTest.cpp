@@ -1,0 +1,107 @@
+// The framework's small-block free lists and large mapped blocks.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "platform/kel/Kel.h"
+#include "platform/kel/Memory.h"
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kFreeLists = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kFreeLists = false;
+#else
+constexpr bool kFreeLists = true;
+#endif
+#else
+constexpr bool kFreeLists = true;
+#endif
+
+TEST(SmallBlocks, BlocksAreAlignedDisjointAndWritableToTheirFullSize) {
+  std::vector<std::pair<char*, size_t>> blocks;
+  for (size_t bytes : {1, 15, 16, 17, 48, 100, 255, 256, 511, 512, 513, 4000}) {
+    for (int i = 0; i < 50; ++i) {
+      auto* p = static_cast<char*>(Kel::smallAllocate(bytes));
+      EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 16, 0u) << bytes;
+      std::memset(p, static_cast<int>(blocks.size() & 0xFF), bytes);
+      blocks.emplace_back(p, bytes);
+    }
+  }
+  // Every block still holds its own fill: none overlaps another.
+  for (size_t i = 0; i < blocks.size(); ++i) {
+    for (size_t j = 0; j < blocks[i].second; ++j) {
+      ASSERT_EQ(static_cast<unsigned char>(blocks[i].first[j]), i & 0xFF) << "block " << i;
+    }
+  }
+  for (auto [p, bytes] : blocks) Kel::smallFree(p, bytes);
+}
+
+TEST(SmallBlocks, FreedBlockIsReusedWithinItsSizeClassOnly) {
+  if (!kFreeLists) GTEST_SKIP() << "built with AddressSanitizer: blocks come from operator new";
+  void* a = Kel::smallAllocate(40);
+  Kel::smallFree(a, 40);
+  void* other = Kel::smallAllocate(100);  // another class: does not take a's block
+  EXPECT_NE(other, a);
+  void* b = Kel::smallAllocate(33);  // same 48-byte class as 40
+  EXPECT_EQ(b, a);
+  Kel::smallFree(b, 33);
+  Kel::smallFree(other, 100);
+}
+
+TEST(SmallBlocks, SlabsComeFromTheSystemOnlyWhenTheFreeListsRunDry) {
+  if (!kFreeLists) GTEST_SKIP() << "built with AddressSanitizer: blocks come from operator new";
+  std::vector<void*> blocks;
+  for (int i = 0; i < 100000; ++i) blocks.push_back(Kel::smallAllocate(64));
+  size_t slabs = Kel::smallBlockSlabBytes();
+  for (void* p : blocks) Kel::smallFree(p, 64);
+  for (void*& p : blocks) p = Kel::smallAllocate(64);
+  EXPECT_EQ(Kel::smallBlockSlabBytes(), slabs);  // the same memory served again
+  for (void* p : blocks) Kel::smallFree(p, 64);
+}
+
+TEST(SmallBlocks, BlockFreedOnAnotherThreadIsSafe) {
+  std::vector<void*> blocks;
+  for (int i = 0; i < 1000; ++i) blocks.push_back(Kel::smallAllocate(24));
+  std::thread t([&] {
+    for (void* p : blocks) Kel::smallFree(p, 24);
+    // That thread's lists now hold them; it can use them.
+    void* q = Kel::smallAllocate(24);
+    Kel::smallFree(q, 24);
+  });
+  t.join();
+  void* p = Kel::smallAllocate(24);
+  std::memset(p, 0xAB, 24);
+  Kel::smallFree(p, 24);
+}
+
+TEST(LargeBlocks, AreZeroedPageAlignedAndGoBackWhole) {
+  size_t bytes = Kel::kLargeBlockBytes + 12345;
+  auto* p = static_cast<unsigned char*>(Kel::largeAllocate(bytes));
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 4096, 0u);
+  size_t nonZero = 0;
+  for (size_t i = 0; i < bytes; i += 997) nonZero += p[i] != 0;
+  EXPECT_EQ(nonZero, 0u);
+  std::memset(p, 1, bytes);
+  Kel::largeFree(p, bytes);
+}
+
+// A table crossing both thresholds on its way up and down keeps every element.
+TEST(LargeBlocks, HashTableGrowsThroughEveryKindOfBlockAndBack) {
+  Kel::HashSet<uint64_t> set;
+  constexpr uint64_t kN = 200000;  // a block of several MiB
+  for (uint64_t i = 0; i < kN; ++i) ASSERT_TRUE(set.insert(i * 7919).second);
+  for (uint64_t i = 0; i < kN; ++i) ASSERT_TRUE(set.contains(i * 7919));
+  for (uint64_t i = 0; i < kN; i += 2) ASSERT_TRUE(set.erase(i * 7919));
+  for (uint64_t i = 0; i < kN; ++i) ASSERT_EQ(set.contains(i * 7919), i % 2 == 1);
+  for (uint64_t i = 1; i < kN; i += 2) ASSERT_TRUE(set.erase(i * 7919));
+  EXPECT_TRUE(set.empty());
+}
+
+}  // namespace
