@@ -175,7 +175,9 @@ void RouteStatusSm::handleRoute(const Velnet::IpGenPrefix& prefix) {
 
 void RouteStatusSm::doAddRoute(const Velnet::IpGenPrefix& prefix, const RoutePref::Ptr& routePref,
                                const Rib::Shmtab::ViaSet& viaSet, Vrf::VrfIdMap::VrfId srcVrfId) {
-  auto handle = viaSetConfig_->dedupConfigViaSetIs(viaSet);
+  // A re-evaluation mostly reaches the via set the alternative already holds: no lookup then.
+  Kel::Ptr<Rib::DedupViaSetKey const> handle = routePref->dedupViaSetKey();
+  if (!handle || !viaSetConfig_->holds(*handle, viaSet)) handle = viaSetConfig_->dedupConfigViaSetIs(viaSet);
   // Holding the handle in the alternative keeps the RIB via set alive while the alternative
   // uses it, and releases the one it used before.
   routePref->dedupViaSetKeyIs(handle);

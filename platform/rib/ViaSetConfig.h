@@ -90,6 +90,11 @@ class ViaSetConfig : public Kel::Entity {
   // The handle of `set` if some alternative holds one.
   Kel::Ptr<DedupViaSetKey const> dedupViaSet(const Shmtab::ViaSet& set) const { return table_->handle(set); }
   size_t viaSets() const noexcept { return table_->size(); }
+  // Whether `handle` is this configuration's handle of `set`: then dedupConfigViaSetIs(set) would
+  // return it, without the lookup.
+  bool holds(const DedupViaSetKey& handle, const Shmtab::ViaSet& set) const noexcept {
+    return handle.issuedBy(*table_) && handle.value() == set;
+  }
 
   ~ViaSetConfig() override;
 

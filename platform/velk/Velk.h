@@ -39,6 +39,8 @@ class DedupHandle : public Kel::Entity {
   const V& value() const noexcept { return value_; }
   const V& kelKey() const noexcept { return value_; }
   uint32_t id() const noexcept { return id_; }
+  // Whether the handle was issued by `table`.
+  bool issuedBy(const DedupTable<V>& table) const noexcept { return table_.get() == &table; }
 
  private:
   friend class DedupTable<V>;
