@@ -92,9 +92,11 @@ void expectWords(const std::vector<std::string_view>& words, size_t min, size_t 
 
 RouteAdd parseRouteAdd(const std::vector<std::string_view>& w) {
   static constexpr std::string_view usage =
-      "route add VRF PREFIX pref N via NEXTHOP [label N] [intf X] [via ...] [fec N] [tag N] [nofib] "
-      "[fib-type T] [src-vrf ID]";
-  if (w.size() < 6 || w[2] != "pref" || w[4] != "via") throw Kel::ParseException("usage: " + std::string(usage));
+      "route add VRF PREFIX pref N via NEXTHOP [label N] [intf X] [via ...] [evpn NEXTHOP vni N [vtep ADDR]] "
+      "[fec N] [tag N] [nofib] [fib-type T] [src-vrf ID] [leak-to VRF] [mrib]";
+  if (w.size() < 6 || w[2] != "pref" || (w[4] != "via" && w[4] != "evpn")) {
+    throw Kel::ParseException("usage: " + std::string(usage));
+  }
   RouteAdd r;
   r.vrf = std::string(w[0]);
   r.prefix = parsePrefix(w[1]);
@@ -105,12 +107,21 @@ RouteAdd parseRouteAdd(const std::vector<std::string_view>& w) {
   };
   for (size_t i = 4; i < w.size(); ++i) {
     const std::string_view k = w[i];
-    if (k == "via") {
+    if (k == "via" || k == "evpn") {
       ViaSpec v;
       v.nextHop = parseAddress(value(i));
+      v.evpn = k == "evpn";
       r.vias.push_back(v);
+    } else if (k == "vni" || k == "vtep") {
+      if (r.vias.empty() || !r.vias.back().evpn) throw Kel::ParseException(std::string(k) + " must follow an evpn via");
+      if (k == "vni") {
+        r.vias.back().vni = static_cast<uint32_t>(parseUnsigned(value(i), "vni", 0xFFFFFF));
+      } else {
+        r.vias.back().vtep = parseAddress(value(i));
+      }
     } else if (k == "label" || k == "intf") {
       if (r.vias.empty()) throw Kel::ParseException(std::string(k) + " must follow a via");
+      if (k == "label" && r.vias.back().evpn) throw Kel::ParseException("an evpn via takes no label");
       if (k == "label") {
         r.vias.back().label = static_cast<uint32_t>(parseUnsigned(value(i), "label", Rib::Via::maxLabel));
       } else {
@@ -126,11 +137,20 @@ RouteAdd parseRouteAdd(const std::vector<std::string_view>& w) {
       r.fibType = parseFibType(value(i));
     } else if (k == "src-vrf") {
       r.srcVrfId = static_cast<uint32_t>(parseUnsigned(value(i), "src-vrf", UINT32_MAX));
+    } else if (k == "leak-to") {
+      const std::string_view to = value(i);
+      (void)L3::VrfName(to);  // checks the name
+      r.leakTo = std::string(to);
+    } else if (k == "mrib") {
+      r.mrib = true;
     } else {
       throw Kel::ParseException("unknown route option " + quoted(k));
     }
   }
   if (r.vias.size() > 512) throw Kel::RangeException("at most 512 vias per alternative");
+  for (const auto& v : r.vias) {
+    if (v.evpn && v.vni == 0) throw Kel::ParseException("evpn via " + v.nextHop.str() + " needs a vni");
+  }
   return r;
 }
 

@@ -35,15 +35,20 @@ Velnet::AddressFamily parseFamily(std::string_view word);  // ipv4, ipv6
 bool parseOnOff(std::string_view word);
 Fib::RouteType parseFibType(std::string_view word);
 
-// One via of `route add`.
+// One via of `route add`: an IP via, or an EVPN via (`evpn ADDR vni N [vtep ADDR]`) whose VTEP
+// companion is the IP via to `vtep` (ADDR itself when not given) in the default VRF.
 struct ViaSpec {
   Velnet::IpGenAddr nextHop;
   std::string intf;  // empty: none
   uint32_t label = 0xFFFFFFFF;  // Rib::Via::noLabel
+  bool evpn = false;
+  uint32_t vni = 0;
+  std::optional<Velnet::IpGenAddr> vtep;
 };
 
-// `route add VRF PREFIX pref N via NH [label N] [intf X] [via ...] [fec N] [tag N] [nofib]
-//  [fib-type T] [src-vrf ID]`, with the verb and "add" already taken.
+// `route add VRF PREFIX pref N via NH [label N] [intf X] [via ...] [evpn NH vni N [vtep A]]
+//  [fec N] [tag N] [nofib] [fib-type T] [src-vrf ID] [leak-to VRF] [mrib]`, with the verb and
+//  "add" already taken.
 struct RouteAdd {
   std::string vrf;
   Velnet::IpGenPrefix prefix;
@@ -54,6 +59,9 @@ struct RouteAdd {
   bool installInFib = true;
   Fib::RouteType fibType = Fib::RouteType::forward;
   std::optional<uint32_t> srcVrfId;
+  std::optional<std::string> leakTo;
+  // The alternative goes to the VRF's multicast (mrib) container instead of its unicast one.
+  bool mrib = false;
 };
 RouteAdd parseRouteAdd(const std::vector<std::string_view>& words);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ostream>
 #include <sstream>
+#include <tuple>
 #include <vector>
 
 #include "agent/Agent.h"
@@ -35,18 +36,48 @@ void printTable(std::ostream& out, const Row& header, const std::vector<Row>& ro
 
 const char* familyName(Velnet::AddressFamily af) { return af == Velnet::AddressFamily::ipv4 ? "ipv4" : "ipv6"; }
 
-// A via in short form: the next hop, its interface, and its label when it has one.
-std::string viaText(const Agent& a, const Rib::ViaKey& v, Velnet::AddressFamily routeAf, Vrf::VrfIdMap::VrfId) {
+// A via in short form: the next hop, its interface, and its label when it has one; an EVPN via
+// with its VNI.
+std::string viaText(const Agent& a, const Rib::ViaKey& v, Velnet::AddressFamily routeAf, bool mrib) {
   std::string s = v.addr().str();
   if (!v.intfId().name().empty()) s += "%" + v.intfId().name();
-  for (const auto& [key, c] : a.containers()) {
-    if (key.af() != routeAf || !c->ipViaConfig()) continue;
-    if (const Rib::Via* via = c->ipViaConfig()->via(v); via && via->labelled()) {
-      s += " label " + std::to_string(via->mplsLabel());
-      break;
+  if (v.transport() == Rib::Transport::evpn) return "evpn " + s + " vni " + std::to_string(v.vni());
+  auto labelOf = [&](const ContainerSm::Ptr& c) {
+    if (!c->ipViaConfig()) return false;
+    const Rib::Via* via = c->ipViaConfig()->via(v);
+    if (!via || !via->labelled()) return false;
+    s += " label " + std::to_string(via->mplsLabel());
+    return true;
+  };
+  if (mrib) {
+    for (const auto& [name, c] : a.mcContainers()) {
+      if (labelOf(c)) break;
     }
+    return s;
+  }
+  for (const auto& [key, c] : a.containers()) {
+    if (key.af() == routeAf && labelOf(c)) break;
   }
   return s;
+}
+
+struct RouteParts {
+  std::vector<std::string> vias;
+  std::vector<std::string> flags;
+};
+
+RouteParts routeParts(const Agent& a, const Rib::Route& r, const Rib::ViaSetConfig& viaSets, bool mrib) {
+  RouteParts p;
+  const auto* set = viaSets.configViaSetColl() ? viaSets.configViaSetColl()->viaSet(r.viaSetKey()) : nullptr;
+  if (set) {
+    for (const auto& v : set->vias()) p.vias.push_back(viaText(a, v, r.key().prefix().af(), mrib));
+    if (set->type() != 0) p.flags.push_back("fec " + std::to_string(unsigned(set->type())));
+  }
+  if (r.flags() & Rib::Route::flagNoFibInstall) p.flags.push_back("nofib");
+  if (r.fibRouteType() != Fib::RouteType::forward) p.flags.push_back(Fib::stringValue(r.fibRouteType()));
+  if (r.tag() != 0) p.flags.push_back("tag " + std::to_string(r.tag()));
+  if (r.srcVrfId() != 0) p.flags.push_back("src-vrf " + std::to_string(r.srcVrfId()));
+  return p;
 }
 
 struct RibLine {
@@ -58,14 +89,16 @@ struct RibLine {
 };
 
 std::vector<RibLine> ribLines(const Agent& a, const std::optional<std::string>& vrf,
-                              std::optional<Velnet::AddressFamily> af) {
+                              std::optional<Velnet::AddressFamily> af, bool mrib = false) {
   std::vector<RibLine> lines;
   if (!a.started()) return lines;
+  const auto& viaSets = mrib ? a.root()->mcViaSetConfig() : a.root()->viaSetConfig();
   for (const auto& [name, id] : a.vrfs()) {
     if (vrf && *vrf != name) continue;
     for (auto fam : {Velnet::AddressFamily::ipv4, Velnet::AddressFamily::ipv6}) {
       if (af && *af != fam) continue;
-      auto table = a.ribConfigFor(id, fam);
+      if (mrib && fam != Velnet::AddressFamily::ipv4) continue;
+      auto table = mrib ? a.mribConfigFor(id) : a.ribConfigFor(id, fam);
       if (!table) continue;
       std::vector<const Rib::Route*> routes;
       for (const auto& r : table->routeColl()) {
@@ -74,17 +107,8 @@ std::vector<RibLine> ribLines(const Agent& a, const std::optional<std::string>& 
       std::sort(routes.begin(), routes.end(),
                 [](const Rib::Route* x, const Rib::Route* y) { return x->key().prefix() < y->key().prefix(); });
       for (const Rib::Route* r : routes) {
-        RibLine l{name, fam, r, {}, {}};
-        const auto* set = a.root()->viaSetConfig()->configViaSetColl()->viaSet(r->viaSetKey());
-        if (set) {
-          for (const auto& v : set->vias()) l.vias.push_back(viaText(a, v, fam, id));
-          if (set->type() != 0) l.flags.push_back("fec " + std::to_string(unsigned(set->type())));
-        }
-        if (r->flags() & Rib::Route::flagNoFibInstall) l.flags.push_back("nofib");
-        if (r->fibRouteType() != Fib::RouteType::forward) l.flags.push_back(Fib::stringValue(r->fibRouteType()));
-        if (r->tag() != 0) l.flags.push_back("tag " + std::to_string(r->tag()));
-        if (r->srcVrfId() != 0) l.flags.push_back("src-vrf " + std::to_string(r->srcVrfId()));
-        lines.push_back(std::move(l));
+        RouteParts p = routeParts(a, *r, *viaSets, mrib);
+        lines.push_back(RibLine{name, fam, r, std::move(p.vias), std::move(p.flags)});
       }
     }
   }
@@ -134,9 +158,9 @@ std::string jsonString(std::string_view s) {
   return out + "\"";
 }
 
-void showRib(const Agent& a, std::ostream& out, const std::optional<std::string>& vrf,
-             std::optional<Velnet::AddressFamily> af, bool json) {
-  const auto lines = ribLines(a, vrf, af);
+namespace {
+
+void printRib(std::ostream& out, const std::vector<RibLine>& lines, bool json) {
   if (json) {
     out << "[";
     for (size_t i = 0; i < lines.size(); ++i) {
@@ -155,6 +179,26 @@ void showRib(const Agent& a, std::ostream& out, const std::optional<std::string>
                     l.vias.empty() ? "-" : join(l.vias, ", "), l.flags.empty() ? "-" : join(l.flags, ", ")});
   }
   printTable(out, {"VRF", "FAMILY", "PREFIX", "PREF", "VIAS", "FLAGS"}, rows);
+}
+
+}  // namespace
+
+void showRib(const Agent& a, std::ostream& out, const std::optional<std::string>& vrf,
+             std::optional<Velnet::AddressFamily> af, bool json) {
+  printRib(out, ribLines(a, vrf, af), json);
+}
+
+void showMrib(const Agent& a, std::ostream& out, const std::optional<std::string>& vrf, bool json) {
+  printRib(out, ribLines(a, vrf, Velnet::AddressFamily::ipv4, true), json);
+}
+
+std::string ribRouteText(const Agent& a, const Rib::Route& route, const Rib::ViaSetConfig& viaSets) {
+  const bool mrib = a.started() && &viaSets == a.root()->mcViaSetConfig().get();
+  RouteParts p = routeParts(a, route, viaSets, mrib);
+  std::string s = "pref " + std::to_string(unsigned(route.metricPref()));
+  s += p.vias.empty() ? " no vias" : " via " + join(p.vias, ", ");
+  if (!p.flags.empty()) s += " " + join(p.flags, ", ");
+  return s;
 }
 
 void showReady(const Agent& a, std::ostream& out, bool json) {
@@ -245,17 +289,42 @@ void showIntf(const Agent& a, std::ostream& out, bool json) {
 }
 
 void showSummary(const Agent& a, std::ostream& out, bool json) {
-  size_t routes = 0, alternatives = 0, ribRoutes = 0, viaSets = 0;
+  size_t routes = 0, alternatives = 0, ribRoutes = 0, viaSets = 0, mcRoutes = 0, mribRoutes = 0;
+  size_t bfdNextHops = 0, leaked = 0;
   for (const auto& [key, c] : a.containers()) {
     routes += c->status()->routes();
     for (const auto& r : c->status()->routeColl()) alternatives += r->routePrefs();
   }
-  ribRoutes = ribLines(a, std::nullopt, std::nullopt).size();
-  if (a.started()) viaSets = a.root()->viaSetConfig()->viaSets();
+  for (const auto& [name, c] : a.mcContainers()) {
+    mcRoutes += c->status()->routes();
+    if (auto table = a.mribConfigFor(c->vrfId())) {
+      for (const auto& r : table->routeColl()) mribRoutes += r.key().vrfId() == c->vrfId();
+    }
+  }
+  // Counted per table rather than line by line: the summary is what a million-route run prints.
+  for (const auto& [name, id] : a.vrfs()) {
+    for (auto fam : {Velnet::AddressFamily::ipv4, Velnet::AddressFamily::ipv6}) {
+      auto table = a.ribConfigFor(id, fam);
+      if (!table) continue;
+      if (table == a.root()->ipv4AllVrfRibConfig() || table == a.root()->ipv6AllVrfRibConfig()) {
+        for (const auto& r : table->routeColl()) ribRoutes += r.key().vrfId() == id && r.key().prefix().af() == fam;
+      } else {
+        ribRoutes += table->routes();
+      }
+    }
+  }
+  if (a.started()) {
+    viaSets = a.root()->viaSetConfig()->viaSets();
+    for (const auto& s : a.bfd()->byContainer()->nextHopStatusColl()) bfdNextHops += s->nextHops();
+    for (const auto& [name, side] : a.leaking()->vrfs()) {
+      for (const auto& config : side.config) leaked += config->leakRoutes();
+    }
+  }
   const std::vector<std::pair<const char*, size_t>> counts = {
       {"vrfs", a.vrfs().size()},  {"containers", a.containers().size()}, {"routes", routes},
       {"alternatives", alternatives}, {"ribRoutes", ribRoutes}, {"viaSets", viaSets},
-      {"vias", Rib::dedupViaKeys()}};
+      {"vias", Rib::dedupViaKeys()}, {"mcContainers", a.mcContainers().size()}, {"mcRoutes", mcRoutes},
+      {"mribRoutes", mribRoutes}, {"bfdNextHops", bfdNextHops}, {"leakedRoutes", leaked}};
   if (json) {
     out << "{\"protocol\": \"" << Rib::stringValue(a.protocol()) << "\", \"time\": " << a.now();
     for (const auto& [k, v] : counts) out << ", \"" << k << "\": " << v;
@@ -264,6 +333,109 @@ void showSummary(const Agent& a, std::ostream& out, bool json) {
   }
   out << "protocol " << Rib::stringValue(a.protocol()) << ", time " << a.now() << "\n";
   for (const auto& [k, v] : counts) out << k << " " << v << "\n";
+}
+
+namespace {
+
+const char* sessionWord(Bfd::OperState s) {
+  switch (s) {
+    case Bfd::OperState::adminDown: return "admin-down";
+    case Bfd::OperState::down: return "down";
+    case Bfd::OperState::init: return "init";
+    case Bfd::OperState::up: return "up";
+  }
+  return "?";
+}
+
+}  // namespace
+
+void showBfd(const Agent& a, std::ostream& out, const std::optional<std::string>& vrf, bool json) {
+  struct Line {
+    std::string vrf, family;
+    NextHopBfdKey key;
+    std::string session;
+    bool usable, peer;
+    std::vector<std::string> routes;
+  };
+  std::vector<Line> lines;
+  if (a.started()) {
+    for (const auto& status : a.bfd()->byContainer()->nextHopStatusColl()) {
+      const ContainerKey& ck = status->containerKey();
+      if (vrf && ck.vrfName().str() != *vrf) continue;
+      for (const auto& nh : status->nextHopColl()) {
+        const NextHopBfdKey& k = nh->nextHopBfdKey();
+        const Bfd::Peer peer(k.nextHopAddr(), ck.vrfName(), k.intfId());
+        auto session = a.bfd()->appStatus()->peerStatus(peer);
+        Line l{ck.vrfName().str(), familyName(ck.af()), k, session ? sessionWord(session->state()) : "-",
+               nh->bfdStatus(), a.bfdAppConfig()->peerConfigHas(peer), {}};
+        std::vector<Routing::RouteKey> deps = nh->dependentRouteColl().keys();
+        std::sort(deps.begin(), deps.end());
+        for (const auto& d : deps) l.routes.push_back(d.str());
+        lines.push_back(std::move(l));
+      }
+    }
+  }
+  std::sort(lines.begin(), lines.end(), [](const Line& x, const Line& y) {
+    return std::tie(x.vrf, x.family, x.key) < std::tie(y.vrf, y.family, y.key);
+  });
+  auto nextHop = [](const NextHopBfdKey& k) {
+    return k.nextHopAddr().str() + (k.intfId().name().empty() ? "" : "%" + k.intfId().name());
+  };
+  if (json) {
+    out << "[";
+    for (size_t i = 0; i < lines.size(); ++i) {
+      const auto& l = lines[i];
+      out << (i ? ",\n " : "\n ") << "{\"vrf\": " << jsonString(l.vrf) << ", \"family\": \"" << l.family
+          << "\", \"nextHop\": " << jsonString(l.key.nextHopAddr().str())
+          << ", \"intf\": " << jsonString(l.key.intfId().name())
+          << ", \"session\": " << (l.session == "-" ? "null" : jsonString(l.session))
+          << ", \"bfdStatus\": " << trueFalse(l.usable) << ", \"peerConfigured\": " << trueFalse(l.peer)
+          << ", \"dependentRoutes\": " << jsonList(l.routes) << "}";
+    }
+    out << (lines.empty() ? "]\n" : "\n]\n");
+    return;
+  }
+  std::vector<Row> rows;
+  for (const auto& l : lines) {
+    rows.push_back({l.vrf, l.family, nextHop(l.key), l.session, l.usable ? "yes" : "no", yesNo(l.peer),
+                    l.routes.empty() ? "-" : join(l.routes, ", ")});
+  }
+  printTable(out, {"VRF", "FAMILY", "NEXTHOP", "SESSION", "USABLE", "PEER", "ROUTES"}, rows);
+}
+
+void showLeaked(const Agent& a, std::ostream& out, const std::optional<std::string>& vrf, bool json) {
+  struct Line {
+    std::string vrf, family;
+    Velnet::IpGenPrefix prefix;
+    std::string from;
+  };
+  std::vector<Line> lines;
+  if (a.started()) {
+    for (const auto& [name, side] : a.leaking()->vrfs()) {
+      if (vrf && *vrf != name) continue;
+      for (const auto& config : side.config) {
+        for (const auto& lr : config->leakRouteColl()) {
+          lines.push_back({name, familyName(config->key().af()), lr->key().prefix(), a.vrfName(lr->vrfAf().vrfId())});
+        }
+      }
+    }
+  }
+  std::sort(lines.begin(), lines.end(), [](const Line& x, const Line& y) {
+    return std::tie(x.vrf, x.family, x.prefix) < std::tie(y.vrf, y.family, y.prefix);
+  });
+  if (json) {
+    out << "[";
+    for (size_t i = 0; i < lines.size(); ++i) {
+      const auto& l = lines[i];
+      out << (i ? ",\n " : "\n ") << "{\"vrf\": " << jsonString(l.vrf) << ", \"family\": \"" << l.family
+          << "\", \"prefix\": " << jsonString(l.prefix.str()) << ", \"from\": " << jsonString(l.from) << "}";
+    }
+    out << (lines.empty() ? "]\n" : "\n]\n");
+    return;
+  }
+  std::vector<Row> rows;
+  for (const auto& l : lines) rows.push_back({l.vrf, l.family, l.prefix.str(), l.from});
+  printTable(out, {"VRF", "FAMILY", "PREFIX", "FROM"}, rows);
 }
 
 }  // namespace Routing::Protocol::Agent

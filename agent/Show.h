@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/rib/RouteConfig.h"
+#include "platform/rib/ViaSetConfig.h"
 #include "platform/velnet/Velnet.h"
 
 namespace Routing::Protocol::Agent {
@@ -19,6 +21,15 @@ void showReady(const Agent& a, std::ostream& out, bool json);
 void showReadiness(const Agent& a, std::ostream& out, const std::optional<std::string>& vrf, bool json);
 void showIntf(const Agent& a, std::ostream& out, bool json);
 void showSummary(const Agent& a, std::ostream& out, bool json);
+// Multicast RIB routes (IPv4), as `showRib` prints unicast ones.
+void showMrib(const Agent& a, std::ostream& out, const std::optional<std::string>& vrf, bool json);
+// Tracked next hops: session state, whether usable, whether the peer is configured, and the routes
+// that depend on them.
+void showBfd(const Agent& a, std::ostream& out, const std::optional<std::string>& vrf, bool json);
+// Routes leaked into each VRF (the VRF's LeakRouteConfig), with the VRF each comes from.
+void showLeaked(const Agent& a, std::ostream& out, const std::optional<std::string>& vrf, bool json);
+// What a RIB route says after its prefix: "pref N via A, B" and its flags; `viaSets` holds its set.
+std::string ribRouteText(const Agent& a, const Rib::Route& route, const Rib::ViaSetConfig& viaSets);
 
 // Writes `s` as a JSON string literal.
 std::string jsonString(std::string_view s);

@@ -76,6 +76,40 @@ TEST(AgentScript, RouteAddRefusesMalformedPieces) {
   refuse("route add red 10.0.0.0/8 pref 1 via 192.0.2.1 colour blue");
 }
 
+TEST(AgentScript, EvpnViasCarryTheirVniAndVtepAndRouteOptionsTheirTargets) {
+  auto c = parseLine("route add red 10.0.0.0/8 pref 1 evpn 10.9.9.9 vni 5000 vtep 2001:db8::9 via 192.0.2.1 "
+                     "evpn 10.9.9.8 vni 7 leak-to blue");
+  std::vector<std::string_view> rest(c->args.begin() + 1, c->args.end());
+  RouteAdd r = parseRouteAdd(rest);
+  ASSERT_EQ(r.vias.size(), 3u);
+  EXPECT_TRUE(r.vias[0].evpn);
+  EXPECT_EQ(r.vias[0].vni, 5000u);
+  EXPECT_EQ(r.vias[0].vtep->str(), "2001:db8::9");
+  EXPECT_FALSE(r.vias[1].evpn);
+  EXPECT_FALSE(r.vias[2].vtep.has_value());  // the agent then uses the via's own address
+  EXPECT_EQ(r.leakTo, "blue");
+  EXPECT_FALSE(r.mrib);
+  c = parseLine("route add red 10.0.0.0/8 pref 1 via 192.0.2.1 mrib");
+  rest.assign(c->args.begin() + 1, c->args.end());
+  EXPECT_TRUE(parseRouteAdd(rest).mrib);
+}
+
+TEST(AgentScript, EvpnOptionsBelongToAnEvpnVia) {
+  auto refuse = [](std::string_view line) {
+    auto c = parseLine(line);
+    std::vector<std::string_view> rest(c->args.begin() + 1, c->args.end());
+    EXPECT_THROW(parseRouteAdd(rest), Kel::ParseException) << line;
+  };
+  refuse("route add red 10.0.0.0/8 pref 1 via 192.0.2.1 vni 5");
+  refuse("route add red 10.0.0.0/8 pref 1 evpn 10.9.9.9");
+  refuse("route add red 10.0.0.0/8 pref 1 evpn 10.9.9.9 vni 5 label 16");
+  refuse("route add red 10.0.0.0/8 pref 1 evpn 10.9.9.9 vni 5 vtep nowhere");
+  const std::string line = "route add red 10.0.0.0/8 pref 1 via 192.0.2.1 leak-to " + std::string(101, 'x');
+  auto c = parseLine(line);  // the words view `line`
+  std::vector<std::string_view> rest(c->args.begin() + 1, c->args.end());
+  EXPECT_THROW(parseRouteAdd(rest), Kel::RangeException);  // the VRF name's own limit
+}
+
 TEST(AgentScript, KeywordReadersAcceptOnlyTheirWords) {
   EXPECT_EQ(parseTransport("evpn"), Rib::Transport::evpn);
   EXPECT_THROW(parseTransport("mpls"), Kel::ParseException);

@@ -8,7 +8,8 @@ script=$2
 expected=${script%.script}.expected
 dir=$(dirname "$script")
 base=$(basename "$script")
-actual=$(cd "$dir" && "$agent" "$base" 2>&1; echo "exit $?")
+# PROTORIB_RUN_UNDER: an emulator command to start the agent with (words split on blanks).
+actual=$(cd "$dir" && ${PROTORIB_RUN_UNDER:-} "$agent" "$base" 2>&1; echo "exit $?")
 if [[ "${PROTORIB_REGENERATE:-0}" == 1 ]]; then
   printf '%s\n' "$actual" >"$expected"
   echo "regenerated $expected"
