@@ -580,20 +580,20 @@ void Agent::cmdRouteAdd(const RouteAdd& r) {
   const ContainerKey key(L3::VrfName(r.vrf), r.prefix.af());
   auto status = c->status();
   const auto pref = static_cast<Routing::RoutePreference>(r.preference);
-  const bool newRoute = !status->route(r.prefix);
-  auto route = status->routeIs(r.prefix);
+  // A new route is built apart and joins the status whole, with one notification.
+  Route::Ptr route = status->route(r.prefix);
+  const bool newRoute = !route;
+  if (newRoute) route = routeFactory(r.prefix);
   try {
     auto viaConfig = c->ipViaConfig();
     for (const auto& v : labelled) {
       if (viaConfig && (v.labelled() || viaConfig->via(v.key()))) viaConfig->viaIs(v);
     }
-    if (r.mrib || !bfd_->tracks(key, r.prefix)) {
-      alternativeIs(*route, pref, alt, nullptr);
-    } else {
-      alternativeIs(*route, pref, alt, bfd_->filterFor(key, r.prefix));
-      bfd_->alternativeIs(key, r.prefix, pref, alt);
-    }
+    const bool tracked = !r.mrib && bfd_->tracks(key, r.prefix);
+    alternativeIs(*route, pref, alt, tracked ? bfd_->filterFor(key, r.prefix) : nullptr);
     if (r.srcVrfId) route->srcVrfIdIs(*r.srcVrfId);
+    if (newRoute) status->routeIs(route);
+    if (tracked) bfd_->alternativeIs(key, r.prefix, pref, alt);
     if (r.leakTo) leaking_->leakToIs(r.vrf, r.prefix, L3::VrfName(*r.leakTo));
   } catch (...) {
     if (newRoute) status->routeDel(r.prefix);

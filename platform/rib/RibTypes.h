@@ -88,11 +88,10 @@ class ViaKey {
   bool operator<=(const ViaKey& o) const noexcept { return !(o < *this); }
   bool operator>=(const ViaKey& o) const noexcept { return !(*this < o); }
 
-  // One-at-a-time over, in this order: transport (1 byte), vrfId (4 bytes little-endian),
-  // routingProtocol (1 byte), the address family (1 byte) and the address's 16-byte IPv6 form
-  // (IpGenAddr::asV6Bytes), the interface name's string hash (4 bytes little-endian; the name,
-  // not the intern id, so that the hash does not depend on interning order), vni (4 bytes
-  // little-endian).
+  // A multiply-and-mix hash over every field: transport, routing protocol, the address family
+  // and the address's 16-byte IPv6 form (IpGenAddr::asV6Bytes, read little-endian), vrfId, the
+  // interface name's string hash (the name, not the intern id, so that the hash does not depend
+  // on interning order) and vni. The same on every host.
   uint32_t hash() const noexcept;
   // "Value('Routing::Rib::ViaKey', ** {'transport': 'ipv4', 'vrfId': 0, 'routingProtocol':
   // 'staticConfig', 'addr': '10.0.0.1', 'intfId': '', 'vni': 0})"
