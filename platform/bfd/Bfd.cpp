@@ -57,14 +57,19 @@ std::ostream& operator<<(std::ostream& os, const Peer& p) { return os << p.str()
 
 namespace Kel {
 
-std::string Strep<Bfd::OperState>::print(Bfd::OperState s) { return quote(Bfd::stringValue(s)); }
+// The platform's shared enumeration form, as for every other enumeration: a refused text leaves
+// the cursor where it was, and a value with no enumerator prints as its number and reads back.
+namespace {
+constexpr const char* kOperStateNames[] = {"adminDown", "down", "init", "up"};
+}  // namespace
+
+std::string Strep<Bfd::OperState>::print(Bfd::OperState s) {
+  return Velnet::detail::enumStrep(static_cast<uint8_t>(s), kOperStateNames);
+}
 
 Bfd::OperState Strep<Bfd::OperState>::parse(TextCursor& c) {
-  std::string name = c.readQuoted();
-  for (auto s : {Bfd::OperState::adminDown, Bfd::OperState::down, Bfd::OperState::init, Bfd::OperState::up}) {
-    if (name == Bfd::stringValue(s)) return s;
-  }
-  throw RangeException("Bfd::OperState '" + name + "' not allowed");
+  return static_cast<Bfd::OperState>(
+      Velnet::detail::enumParse(c, kOperStateNames, UINT8_MAX, "Bfd::OperState"));
 }
 
 }  // namespace Kel

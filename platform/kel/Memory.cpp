@@ -21,13 +21,13 @@ namespace Kel {
 
 namespace {
 
+std::atomic<size_t> slabBytes{0};
+
+#ifndef KEL_SMALL_BLOCKS_FROM_NEW
 constexpr size_t kGranule = 16;
 constexpr size_t kClasses = kSmallBlockMax / kGranule;
 constexpr size_t kSlabBytes = size_t(1) << 20;
 
-std::atomic<size_t> slabBytes{0};
-
-#ifndef KEL_SMALL_BLOCKS_FROM_NEW
 struct FreeBlock {
   FreeBlock* next;
 };
@@ -69,7 +69,7 @@ void* newSlab() {
 #ifdef KEL_SMALL_BLOCKS_FROM_NEW
 
 void* smallAllocate(size_t bytes) { return ::operator new(bytes); }
-void smallFree(void* p, size_t bytes) noexcept { ::operator delete(p, bytes); }
+void smallFree(void* p, size_t) noexcept { ::operator delete(p); }
 
 #else
 
@@ -95,7 +95,7 @@ void* smallAllocate(size_t bytes) {
 void smallFree(void* ptr, size_t bytes) noexcept {
   if (ptr == nullptr) return;
   if (bytes > kSmallBlockMax) {
-    ::operator delete(ptr, bytes);
+    ::operator delete(ptr);
     return;
   }
   size_t c = bytes == 0 ? 0 : (bytes - 1) / kGranule;
