@@ -3,25 +3,34 @@
 #
 #   scripts/setup-debian.sh          g++, CMake, Ninja, GoogleTest/GoogleMock, Google Benchmark,
 #                                    pkg-config, python3: the default, debug and asan presets
-#   scripts/setup-debian.sh --all    also clang, g++-multilib and clang's sanitizer runtimes
-#   scripts/setup-debian.sh --m32    also what the m32 preset needs: g++-multilib, the i386
-#                                    GoogleTest/GoogleMock (this enables the i386 architecture)
-#                                    and, where the kernel cannot run 32-bit code, qemu-user
+#   scripts/setup-debian.sh --clang  also clang and its sanitizer and libFuzzer runtimes: the
+#                                    clang and fuzz presets
+#   scripts/setup-debian.sh --m32    also what the m32 preset needs: g++-multilib, GoogleTest's
+#                                    sources (scripts/test.sh m32 builds them for 32 bits) and,
+#                                    where the kernel cannot run 32-bit code, qemu-user
+#   scripts/setup-debian.sh --bench  also python3-matplotlib, for scripts/bench-plot.py (the
+#                                    benchmark's plot); not needed to build or test
+#   scripts/setup-debian.sh --all    --clang and --m32 together
 #
 # Runs as root, or through sudo when there is one; `apt-get update` runs only when a package is
 # missing, so a machine that has everything is never touched.
 set -euo pipefail
 
 packages=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev pkg-config python3)
+clang_packages=(clang libclang-rt-14-dev)
+# GoogleTest for 32 bits is built from the sources Debian ships rather than installed as i386
+# packages: no foreign architecture to enable, no second package index to fetch, and the same
+# GoogleTest version as the 64-bit build by construction.
+m32_packages=(g++-multilib googletest)
+bench_packages=(python3-matplotlib)
 m32=no
 for arg in "$@"; do
   case $arg in
-    --all) packages+=(clang g++-multilib libclang-rt-14-dev) ;;
-    --m32)
-      m32=yes
-      packages+=(g++-multilib libgtest-dev:i386 libgmock-dev:i386)
-      ;;
-    -h | --help) sed -n '2,12s/^# \{0,1\}//p' "$0"; exit 0 ;;
+    --clang) packages+=("${clang_packages[@]}") ;;
+    --m32) m32=yes; packages+=("${m32_packages[@]}") ;;
+    --bench) packages+=("${bench_packages[@]}") ;;
+    --all) m32=yes; packages+=("${clang_packages[@]}" "${m32_packages[@]}") ;;
+    -h | --help) sed -n '2,18s/^# \{0,1\}//p' "$0"; exit 0 ;;
     *) echo "setup-debian.sh: unknown argument '$arg' (try --help)" >&2; exit 2 ;;
   esac
 done
@@ -61,10 +70,6 @@ ensure() {
     fi
   fi
   echo "setup-debian.sh: installing ${missing[*]}"
-  if [[ " ${missing[*]}" == *:i386* ]] && ! dpkg --print-foreign-architectures | grep -qx i386; then
-    "${as_root[@]}" dpkg --add-architecture i386
-    updated=no
-  fi
   if [ "$updated" = no ]; then
     # A mirror caught mid-sync fails one index but leaves the others usable; let the install decide.
     "${as_root[@]}" apt-get update -q ||
