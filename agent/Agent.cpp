@@ -589,9 +589,11 @@ void Agent::cmdRouteAdd(const RouteAdd& r) {
     for (const auto& v : labelled) {
       if (viaConfig && (v.labelled() || viaConfig->via(v.key()))) viaConfig->viaIs(v);
     }
+    // The source VRF is not watched: it is set first, so that the evaluation that writing the
+    // alternative causes already reads it.
+    if (r.srcVrfId) route->srcVrfIdIs(*r.srcVrfId);
     const bool tracked = !r.mrib && bfd_->tracks(key, r.prefix);
     alternativeIs(*route, pref, alt, tracked ? bfd_->filterFor(key, r.prefix) : nullptr);
-    if (r.srcVrfId) route->srcVrfIdIs(*r.srcVrfId);
     if (newRoute) status->routeIs(route);
     if (tracked) bfd_->alternativeIs(key, r.prefix, pref, alt);
     if (r.leakTo) leaking_->leakToIs(r.vrf, r.prefix, L3::VrfName(*r.leakTo));

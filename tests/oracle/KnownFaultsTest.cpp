@@ -8,11 +8,10 @@
 
 namespace Routing::Protocol::Oracle {
 
-// `route add ... src-vrf ID` on a route that exists sets the route's source VRF after the new
-// alternative was evaluated, and nothing the route-status machine watches changes afterwards: the
-// RIB route keeps source VRF 0 until some other change re-evaluates the prefix. A new route is
-// fine (its source VRF is set before it joins the table).
-TEST(DifferentialFault, DISABLED_SourceVrfOfAnExistingRouteReachesTheRib) {
+// `route add ... src-vrf ID` on a route that exists once set the route's source VRF after the new
+// alternative was evaluated, and nothing the route-status machine watches changed afterwards: the
+// RIB route kept source VRF 0 until some other change re-evaluated the prefix.
+TEST(DifferentialFault, SourceVrfOfAnExistingRouteReachesTheRib) {
   const Verdict v = runDifferential({
       "start cold",
       "run",

@@ -222,10 +222,7 @@ class Generator {
     if (rng_.percent(15)) line += " tag " + std::to_string(1 + rng_.below(99));
     if (rng_.percent(10)) line += " nofib";
     if (rng_.percent(10)) line += " fib-type " + rng_.pick(kFibTypes);
-    // Only on a new route: on an existing one the source VRF does not reach the RIB (reported).
-    const bool exists =
-        oracle_.vrfs().count(vrf) && oracle_.vrfs().at(vrf).routes.count({fam, prefix});
-    if (!exists && rng_.percent(10)) line += " src-vrf " + std::to_string(1 + rng_.below(9));
+    if (rng_.percent(10)) line += " src-vrf " + std::to_string(1 + rng_.below(9));
     if (rng_.percent(20)) line += " leak-to " + rng_.pick(vrfNames());
     emit(line);
   }
