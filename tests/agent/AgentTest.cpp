@@ -6,29 +6,12 @@
 
 #include "agent/Agent.h"
 #include "platform/kel/Exception.h"
+#include "tests/agent/AgentHarness.h"
 
 namespace Routing::Protocol::Agent {
 namespace {
 
-class AgentTest : public ::testing::Test {
- protected:
-  void run(std::string_view script) {
-    size_t start = 0;
-    while (start <= script.size()) {
-      size_t end = script.find('\n', start);
-      if (end == std::string_view::npos) end = script.size();
-      if (auto c = parseLine(script.substr(start, end - start))) agent.execute(*c);
-      start = end + 1;
-    }
-  }
-  std::string show(std::string_view command) {
-    out.str("");
-    run(command);
-    return out.str();
-  }
-  std::ostringstream out;
-  Agent agent{out};
-};
+using AgentTest = AgentHarness;
 
 TEST_F(AgentTest, RouteFailsOverToTheSecondAlternativeAndBack) {
   run("start cold\nvrf add red 5\n"
