@@ -51,8 +51,10 @@ void Agent::requireStarted() const {
 
 Vrf::VrfIdMap::VrfId Agent::vrfId(std::string_view name) const {
   auto it = vrfs_.find(str(name));
-  if (it == vrfs_.end()) throw Kel::RangeException("unknown VRF '" + str(name) + "'");
-  return it->second;
+  if (it != vrfs_.end()) return it->second;
+  // A name no VRF can have says so rather than that no VRF has it.
+  L3::VrfName checked{str(name)};
+  throw Kel::RangeException("unknown VRF '" + checked.str() + "'");
 }
 
 ContainerSm::Ptr Agent::container(std::string_view vrf, Velnet::AddressFamily af) const {
@@ -584,10 +586,22 @@ void Agent::cmdRouteAdd(const RouteAdd& r) {
   Route::Ptr route = status->route(r.prefix);
   const bool newRoute = !route;
   if (newRoute) route = routeFactory(r.prefix);
+  // What a refusal puts back: the alternative replaced, the source VRF, the via configuration.
+  const RoutePref::Ptr replaced = newRoute ? RoutePref::Ptr() : route->routePref(pref);
+  const auto srcVrfBefore = route->srcVrfId();
+  const std::optional<L3::VrfName> leakTo = r.leakTo ? std::optional(L3::VrfName(*r.leakTo)) : std::nullopt;
+  auto viaConfig = c->ipViaConfig();
+  std::vector<Rib::Via> viasBefore;
+  std::vector<Rib::ViaKey> viasAdded;
   try {
-    auto viaConfig = c->ipViaConfig();
     for (const auto& v : labelled) {
-      if (viaConfig && (v.labelled() || viaConfig->via(v.key()))) viaConfig->viaIs(v);
+      if (!viaConfig || !(v.labelled() || viaConfig->via(v.key()))) continue;
+      if (const Rib::Via* old = viaConfig->via(v.key())) {
+        viasBefore.push_back(*old);
+      } else {
+        viasAdded.push_back(v.key());
+      }
+      viaConfig->viaIs(v);
     }
     // The source VRF is not watched: it is set first, so that the evaluation that writing the
     // alternative causes already reads it.
@@ -596,10 +610,20 @@ void Agent::cmdRouteAdd(const RouteAdd& r) {
     alternativeIs(*route, pref, alt, tracked ? bfd_->filterFor(key, r.prefix) : nullptr);
     if (newRoute) status->routeIs(route);
     if (tracked) bfd_->alternativeIs(key, r.prefix, pref, alt);
-    if (r.leakTo) leaking_->leakToIs(r.vrf, r.prefix, L3::VrfName(*r.leakTo));
+    if (leakTo) leaking_->leakToIs(r.vrf, r.prefix, *leakTo);
   } catch (...) {
-    if (newRoute) status->routeDel(r.prefix);
-    else route->routePrefDel(pref);
+    if (newRoute) {
+      status->routeDel(r.prefix);
+    } else {
+      route->srcVrfIdIs(srcVrfBefore);
+      if (replaced) {
+        route->routePrefIs(replaced);
+      } else {
+        route->routePrefDel(pref);
+      }
+    }
+    for (const auto& v : viasBefore) viaConfig->viaIs(v);
+    for (const auto& k : viasAdded) viaConfig->viaDel(k);
     throw;
   }
 }

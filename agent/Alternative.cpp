@@ -2,7 +2,6 @@
 
 #include <set>
 
-#include "platform/kel/Time.h"
 #include "platform/rib/ViaSet.h"
 
 namespace Routing::Protocol::Agent {
@@ -30,27 +29,15 @@ void viaIs(RoutePref& rp, const Alternative& alt, const Rib::ViaKey& v) {
 }  // namespace
 
 void alternativeIs(Route& route, Routing::RoutePreference pref, const Alternative& alt, const ViaFilter& keep) {
-  auto rp = route.routePref(pref);
-  const bool replacing = rp != nullptr;
-  // A new alternative is built apart and handed over whole: the route is evaluated once for
-  // it, not once per via and attribute.
-  if (!replacing) rp = routePrefFactory(pref);
+  auto rp = routePrefFactory(pref);
   rp->fecTypeIs(alt.fecType);
   rp->installInFibIs(alt.installInFib);
   rp->fibRouteTypeIs(alt.fibType);
   rp->tagIs(alt.tag);
-  if (!replacing) {
-    for (const auto& v : alt.vias) {
-      if (!keep || keep(v)) viaIs(*rp, alt, v);
-    }
-    route.routePrefIs(rp);
-    return;
+  for (const auto& v : alt.vias) {
+    if (!keep || keep(v)) viaIs(*rp, alt, v);
   }
-  viasIs(*rp, alt, keep);
-  // Not every attribute is watched by the route-status machine (the FEC type and the FIB route
-  // type are read only when the route is evaluated): a replaced alternative is re-evaluated
-  // once more, whole.
-  route.routeChangedAtIs(Kel::currentTime());
+  route.routePrefIs(rp);
 }
 
 void viasIs(RoutePref& rp, const Alternative& alt, const ViaFilter& keep) {

@@ -35,9 +35,10 @@ struct Alternative {
 // Keeps a via (true) or leaves it out (false).
 using ViaFilter = std::function<bool(const Rib::ViaKey&)>;
 
-// Creates or replaces alternative `pref` of `route`: the attributes first, so that every
-// evaluation the vias trigger already sees the alternative's kind, then the vias `keep` admits.
-// A replaced alternative is changed in place, so that the route does not leave the RIB meanwhile.
+// Creates or replaces alternative `pref` of `route` with the vias `keep` admits. The alternative
+// is built apart and handed over whole: the route is evaluated once for it, and an alternative it
+// replaces gives way in the same step, so the route never leaves the RIB in between and a refusal
+// leaves the one it replaced for the caller to put back.
 void alternativeIs(Route& route, Routing::RoutePreference pref, const Alternative& alt, const ViaFilter& keep);
 
 // Brings the vias of an existing alternative in line with `alt` filtered by `keep`; an EVPN

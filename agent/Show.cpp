@@ -290,13 +290,15 @@ void showIntf(const Agent& a, std::ostream& out, bool json) {
 
 void showSummary(const Agent& a, std::ostream& out, bool json) {
   size_t routes = 0, alternatives = 0, ribRoutes = 0, viaSets = 0, mcRoutes = 0, mribRoutes = 0;
-  size_t bfdNextHops = 0, leaked = 0;
+  size_t bfdNextHops = 0, leaked = 0, waiting = 0;
   for (const auto& [key, c] : a.containers()) {
     routes += c->status()->routes();
+    waiting += c->routeStatusSm()->waitingRoutes();
     for (const auto& r : c->status()->routeColl()) alternatives += r->routePrefs();
   }
   for (const auto& [name, c] : a.mcContainers()) {
     mcRoutes += c->status()->routes();
+    waiting += c->routeStatusSm()->waitingRoutes();
     if (auto table = a.mribConfigFor(c->vrfId())) {
       for (const auto& r : table->routeColl()) mribRoutes += r.key().vrfId() == c->vrfId();
     }
@@ -322,7 +324,7 @@ void showSummary(const Agent& a, std::ostream& out, bool json) {
   }
   const std::vector<std::pair<const char*, size_t>> counts = {
       {"vrfs", a.vrfs().size()},  {"containers", a.containers().size()}, {"routes", routes},
-      {"alternatives", alternatives}, {"ribRoutes", ribRoutes}, {"viaSets", viaSets},
+      {"alternatives", alternatives}, {"ribRoutes", ribRoutes}, {"waitingRoutes", waiting}, {"viaSets", viaSets},
       {"vias", Rib::dedupViaKeys()}, {"mcContainers", a.mcContainers().size()}, {"mcRoutes", mcRoutes},
       {"mribRoutes", mribRoutes}, {"bfdNextHops", bfdNextHops}, {"leakedRoutes", leaked}};
   if (json) {

@@ -42,7 +42,8 @@ void RouteStatusSm::KelRoute::onRoutePref(Routing::RoutePreference pref) {
 
 void RouteStatusSm::KelRoute::onRouteChangedAt() {
   if (isZombie()) return;
-  owner()->handleRoute(fwkKey());
+  // Stamped by the via-metric machine for a metric change: the RIB's side, not the agent.
+  owner()->handleRouteForRib(fwkKey(), "onRouteChangedAt");
 }
 
 void RouteStatusSm::KelStatus::onRoute(const Velnet::IpGenPrefix& prefix) {
@@ -58,7 +59,7 @@ void RouteStatusSm::KelStatus::onRoute(const Velnet::IpGenPrefix& prefix) {
 
 void RouteStatusSm::KelLoopingRouteStatus::onLoopingRoute(const Velnet::IpGenPrefix& prefix) {
   if (isZombie()) return;
-  owner()->handleRoute(prefix);
+  owner()->handleRouteForRib(prefix, "onLoopingRoute");
 }
 
 void RouteStatusSm::KelViaMetricStatus::onViaMetric(const Rib::ViaKey&) {
@@ -69,6 +70,16 @@ void RouteStatusSm::KelViaMetricStatus::onViaMetric(const Rib::ViaKey&) {
 void RouteStatusSm::KelClock::onTime() {
   if (isZombie()) return;
   owner()->doReview();
+}
+
+void RouteStatusSm::KelRibConfig::onRoute(const Rib::RouteKey&) {
+  if (isZombie()) return;
+  owner()->handleRibChangeWhileWaiting();
+}
+
+void RouteStatusSm::KelRetryClock::onTime() {
+  if (isZombie()) return;
+  owner()->doRetryWaitingRoutes();
 }
 
 // ---- Construction ----
@@ -113,12 +124,31 @@ RouteStatusSm::RouteStatusSm(const L3::VrfName& vrfName, Velnet::AddressFamily a
 
 RouteStatusSm::~RouteStatusSm() {
   if (clock_) clock_->timeMinDel();
+  if (retryClock_) retryClock_->timeMinDel();
 }
 
 // ---- Evaluating one prefix ----
 
 void RouteStatusSm::handleRoute(const Velnet::IpGenPrefix& prefix) {
   KEL_TRACE(trace_, 8, "Vrf: " << vrfName_.str() << ", " << "handleRoute" << " (" << prefix.str() << ")");
+  try {
+    evaluateRoute(prefix);
+  } catch (const Kel::TableFullException&) {
+    routeWaitingIs(prefix);
+    throw;
+  }
+  if (!waiting_.empty()) routeWaitingDel(prefix);
+}
+
+void RouteStatusSm::handleRouteForRib(const Velnet::IpGenPrefix& prefix, const char* cause) {
+  try {
+    handleRoute(prefix);
+  } catch (const Kel::RangeException& e) {
+    KEL_TRACE(trace_, 3, "Vrf: " << vrfName_.str() << ", " << cause << " (" << prefix.str() << "), " << e.what());
+  }
+}
+
+void RouteStatusSm::evaluateRoute(const Velnet::IpGenPrefix& prefix) {
   Route::Ptr route = status_->route(prefix);
   if (!route) {
     doDelRoute(prefix);
@@ -178,9 +208,6 @@ void RouteStatusSm::doAddRoute(const Velnet::IpGenPrefix& prefix, const RoutePre
   // A re-evaluation mostly reaches the via set the alternative already holds: no lookup then.
   Kel::Ptr<Rib::DedupViaSetKey const> handle = routePref->dedupViaSetKey();
   if (!handle || !viaSetConfig_->holds(*handle, viaSet)) handle = viaSetConfig_->dedupConfigViaSetIs(viaSet);
-  // Holding the handle in the alternative keeps the RIB via set alive while the alternative
-  // uses it, and releases the one it used before.
-  routePref->dedupViaSetKeyIs(handle);
   const unsigned pref = routePref->preference();
   KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "doAddRoute" << "(" << prefix.str() << "), Adding route, Preference: " << pref
                                << ", ViaSet: " << viaSet.str());
@@ -194,7 +221,12 @@ void RouteStatusSm::doAddRoute(const Velnet::IpGenPrefix& prefix, const RoutePre
   r.fibRouteTypeIs(routePref->fibRouteType());
   r.srcVrfIdIs(srcVrfId);
   if (!routePref->installInFib()) r.flagsIs(r.flags() | Rib::Route::flagNoFibInstall);
+  // A full route table refuses here, before anything changed: a via set made for this route
+  // leaves with `handle`.
   ribConfig_->routeAdd(r);
+  // Holding the handle in the alternative keeps the RIB via set alive while the alternative uses
+  // it. The set it used before is released only now that the RIB route no longer points at it.
+  routePref->dedupViaSetKeyIs(handle);
 }
 
 void RouteStatusSm::doDelRoute(const Velnet::IpGenPrefix& prefix) {
@@ -315,12 +347,8 @@ void RouteStatusSm::doReview() {
   const double deadline = Kel::currentTime() + reviewQuantum();
   while (next) {
     const Velnet::IpGenPrefix prefix = next->routeKey();
-    try {
-      handleRoute(prefix);
-    } catch (const Kel::RangeException& e) {
-      // A route the RIB cannot take (too many vias) stays as it was; the review goes on.
-      KEL_TRACE(trace_, 3, "Vrf: " << vrfName_.str() << ", " << "doReview" << " (" << prefix.str() << "), " << e.what());
-    }
+    // A route the RIB cannot take (too many vias, a full table) stays as it was; the review goes on.
+    handleRouteForRib(prefix, "doReview");
     // The clock is read after the evaluation, so every slice evaluates at least one route.
     const bool spent = Kel::currentTime() >= deadline;
     next = routeAfter(prefix);
@@ -366,6 +394,58 @@ void RouteStatusSm::doCleanupRibConfig() {
   }
   for (const auto& prefix : leftovers) doDelRoute(prefix);
   viaSetConfig_->restartingVrfDel(vrfName_);
+}
+
+// ---- Routes waiting for room ----
+
+void RouteStatusSm::routeWaitingIs(const Velnet::IpGenPrefix& prefix) {
+  if (!waiting_.insert(prefix).second) return;
+  waitingOrder_.push_back(prefix);
+  KEL_TRACE(trace_, 3, "Vrf: " << vrfName_.str() << ", " << "routeWaitingIs" << " (" << prefix.str() << "), "
+                               << waiting_.size() << " waiting for room in the RIB");
+  if (!ribConfigReactor()) ribConfigReactorIs(ribConfig_);
+}
+
+void RouteStatusSm::routeWaitingDel(const Velnet::IpGenPrefix& prefix) {
+  if (waiting_.erase(prefix) == 0) return;
+  if (!waiting_.empty()) return;
+  waitingOrder_.clear();
+  ribConfigReactorDel();
+  if (retryClock_) retryClock_->timeMinDel();
+}
+
+void RouteStatusSm::handleRibChangeWhileWaiting() {
+  if (waiting_.empty()) return;
+  if (!retryClock_) {
+    retryClock_ = Kel::activityManager().clockNew();
+    retryClockReactorIs(retryClock_);
+  }
+  // Every change of the turn is coalesced into one pass on the next.
+  retryClock_->timeMinIs(Kel::currentTime());
+}
+
+void RouteStatusSm::doRetryWaitingRoutes() {
+  KEL_TRACE(trace_, 8, "Vrf: " << vrfName_.str() << ", " << "doRetryWaitingRoutes" << ", " << waiting_.size() << " waiting");
+  for (size_t left = waitingOrder_.size(); left != 0 && !waitingOrder_.empty(); --left) {
+    const Velnet::IpGenPrefix prefix = waitingOrder_.front();
+    waitingOrder_.pop_front();
+    if (!waiting_.count(prefix)) continue;
+    try {
+      handleRoute(prefix);
+    } catch (const Kel::TableFullException& e) {
+      // Still no room; the routes behind it would most likely meet the same table. It goes to
+      // the back, so that one refused by another table than the one that made room does not
+      // keep the rest waiting.
+      waitingOrder_.push_back(prefix);
+      KEL_TRACE(trace_, 3, "Vrf: " << vrfName_.str() << ", " << "doRetryWaitingRoutes" << " (" << prefix.str() << "), " << e.what());
+      return;
+    } catch (const Kel::RangeException& e) {
+      // Refused for itself now (too many vias): no room will help; it is evaluated again when it
+      // changes.
+      routeWaitingDel(prefix);
+      KEL_TRACE(trace_, 3, "Vrf: " << vrfName_.str() << ", " << "doRetryWaitingRoutes" << " (" << prefix.str() << "), " << e.what());
+    }
+  }
 }
 
 KEL_REGISTER_HANDLER(RouteStatusSm, processBfdReq, "nextHopAddr", "intfId", "add");

@@ -10,9 +10,18 @@
 // seconds so that a large table never holds up the loop. The first complete review also removes
 // RIB routes left over from an earlier run of the agent, and each complete review tells readiness
 // that the family has been reviewed.
+//
+// A RIB table at its capacity refuses a route (or its new via set) with Kel::TableFullException.
+// When the agent's own write caused the evaluation, the error reaches the agent, which may give
+// the route up. When the RIB's side caused it (a metric stamp, a looping route, a review), there
+// is no writer to tell: the route waits, its RIB entry left as it was, and is tried again, oldest
+// first, on the turn after the RIB configuration changes (a delete makes room), for as long as it
+// waits. Nothing watches the RIB configuration while no route waits.
 #pragma once
 
+#include <deque>
 #include <string>
+#include <unordered_set>
 
 #include "keys/ProtocolContainerKey.h"
 #include "platform/bfd/Bfd.h"
@@ -80,6 +89,17 @@ class RouteStatusSm : public Kel::StateMachine {
     using Reactor::Reactor;
     void onTime() override;
   };
+  // Held only while routes wait for room.
+  class KelRibConfig : public Kel::Reactor<RouteStatusSm, Rib::RouteConfig> {
+   public:
+    using Reactor::Reactor;
+    void onRoute(const Rib::RouteKey&) override;
+  };
+  class KelRetryClock : public Kel::Reactor<RouteStatusSm, Kel::Clock> {
+   public:
+    using Reactor::Reactor;
+    void onTime() override;
+  };
 
   // ---- Constructor parameters ----
   KEL_CTOR_PARAM(L3::VrfName, vrfName);
@@ -110,18 +130,32 @@ class RouteStatusSm : public Kel::StateMachine {
   // Storing a changed value runs the clean-up of leftover RIB routes.
   void reviewedOnceIs(bool v);
 
+  // ---- Routes waiting for room in a full RIB table ----
+  size_t waitingRoutes() const noexcept { return waiting_.size(); }
+  bool routeWaiting(const Velnet::IpGenPrefix& prefix) const { return waiting_.count(prefix) != 0; }
+
   // ---- Reactors held ----
   KEL_REACTOR(KelStatus, statusReactor);
   KEL_REACTOR(KelLoopingRouteStatus, loopingRouteStatusReactor);
   KEL_REACTOR(KelViaMetricStatus, ipViaMetricStatusReactor);
   KEL_REACTOR(KelViaMetricStatus, evpnViaMetricStatusReactor);
   KEL_REACTOR(KelClock, clockReactor);
+  KEL_REACTOR(KelRibConfig, ribConfigReactor);
+  KEL_REACTOR(KelRetryClock, retryClockReactor);
   // One reactor per route of `status`, by prefix.
   KEL_REACTOR_COLL(KelRoute, Velnet::IpGenPrefix, route);
 
   // ---- Handlers ----
-  // Evaluates one prefix and brings the RIB into line with it.
+  // Evaluates one prefix and brings the RIB into line with it. A RIB table too full for the
+  // result makes the prefix wait (and the error is thrown on).
   void handleRoute(const Velnet::IpGenPrefix& prefix);
+  // Evaluates a prefix for the RIB's side, which cannot act on a refusal: a route the RIB cannot
+  // take stays as it was there (and waits, if a table is full); the error is traced.
+  void handleRouteForRib(const Velnet::IpGenPrefix& prefix, const char* cause);
+  // The RIB configuration changed while routes wait: try them again on the next turn.
+  void handleRibChangeWhileWaiting();
+  // One pass over the waiting routes, oldest first, up to the first that still does not fit.
+  void doRetryWaitingRoutes();
   // Schedules a review of every route, restarting one under way.
   void handleRoute();
   void doAddRoute(const Velnet::IpGenPrefix& prefix, const RoutePref::Ptr& routePref,
@@ -156,8 +190,20 @@ class RouteStatusSm : public Kel::StateMachine {
   Route::Ptr routeAfter(const Velnet::IpGenPrefix& prefix) const;
   Rib::RouteKey ribKey(const Velnet::IpGenPrefix& prefix) const { return Rib::RouteKey(vrfId_, prefix); }
 
+  void evaluateRoute(const Velnet::IpGenPrefix& prefix);
+  void routeWaitingIs(const Velnet::IpGenPrefix& prefix);
+  void routeWaitingDel(const Velnet::IpGenPrefix& prefix);
+
+  struct PrefixHash {
+    size_t operator()(const Velnet::IpGenPrefix& p) const noexcept { return p.hash(); }
+  };
+
   Kel::Ptr<Kel::Clock const> clock_;
+  Kel::Ptr<Kel::Clock const> retryClock_;
   bool reviewedOnce_ = false;
+  std::unordered_set<Velnet::IpGenPrefix, PrefixHash> waiting_;
+  // The waiting prefixes, oldest first; entries no longer in `waiting_` are skipped.
+  std::deque<Velnet::IpGenPrefix> waitingOrder_;
 };
 KEL_FACTORY(RouteStatusSm, routeStatusSmFactory)
 

@@ -142,12 +142,14 @@ class EntityHashCollection {
   bool adopt(const Entity& owner, const char* attr, const Ptr<T>& p) {
     if (p->parent() == &owner) return false;
     detail::checkAdoptable(owner, attr, *p);
-    p->parentIs(&owner, attr);
+    // The parent is set once the member is in: an insert that cannot grow the table leaves it
+    // as it was, still without an owner.
     auto [e, added] = t_.insert(p);
     if (!added) {
       Ptr<T> old = std::exchange(*e, p);
       old->parentIs(nullptr, nullptr);
     }
+    p->parentIs(&owner, attr);
     return true;
   }
   // Removes the member at `k` and hands it back (null if absent), so that the caller can keep it
@@ -211,13 +213,13 @@ class EntityOrderedCollection {
     if (p->parent() == &owner) return false;
     detail::checkAdoptable(owner, attr, *p);
     auto it = lower(p->kelKey());
-    p->parentIs(&owner, attr);
     if (it != v_.end() && (*it)->kelKey() == p->kelKey()) {
       Ptr<T> old = std::exchange(*it, p);
       old->parentIs(nullptr, nullptr);
     } else {
       v_.insert(it, p);
     }
+    p->parentIs(&owner, attr);
     return true;
   }
   Ptr<T> erase(const Key& k, bool owning) {

@@ -2,6 +2,7 @@
 // the exact text the system documents; broken invariants are assertions instead (Assert.h).
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 
@@ -18,6 +19,15 @@ class Exception : public std::runtime_error {
 class RangeException : public Exception {
  public:
   explicit RangeException(const std::string& what) : Exception(what) {}
+};
+
+// A table at its capacity refusing a new entry. Unlike the other range errors it says nothing
+// about the entry itself: the same write succeeds once room is made, so a writer may keep the
+// entry and try again instead of giving it up.
+class TableFullException : public RangeException {
+ public:
+  TableFullException(const std::string& table, uint32_t capacity)
+      : RangeException(table + " is full (capacity " + std::to_string(capacity) + "): insert not allowed") {}
 };
 
 // An entity re-created under a name already in use with different constructor parameters.

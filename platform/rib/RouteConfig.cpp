@@ -10,8 +10,7 @@ namespace Routing::Rib {
 namespace {
 
 [[noreturn]] void throwFull(const char* table, uint32_t capacity) {
-  throw Kel::RangeException(std::string(table) + " is full (capacity " + std::to_string(capacity) +
-                            "): insert not allowed");
+  throw Kel::TableFullException(table, capacity);
 }
 
 }  // namespace

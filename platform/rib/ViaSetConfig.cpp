@@ -19,8 +19,7 @@ void ViaSetCollection::viaSetIs(ViaSetKey key, const ViaSet& set) {
     e->value = set;
   } else {
     if (full()) {
-      throw Kel::RangeException("ViaSetCollection is full (capacity " + std::to_string(capacity()) +
-                                "): insert not allowed");
+      throw Kel::TableFullException("ViaSetCollection", capacity());
     }
     sets_.insert(Kel::MapEntry<ViaSetKey, ViaSet>{key, set});
   }
@@ -68,8 +67,7 @@ Kel::Ptr<DedupViaSetKey const> ViaSetConfig::dedupConfigViaSetIs(const Shmtab::V
   if (auto existing = table_->handle(set)) return existing;
   const auto& coll = configViaSetColl();
   if (coll && coll->full()) {
-    throw Kel::RangeException("ViaSetCollection is full (capacity " + std::to_string(coll->capacity()) +
-                              "): insert not allowed");
+    throw Kel::TableFullException("ViaSetCollection", coll->capacity());
   }
   auto handle = table_->handleIs(set);
   if (coll) coll->viaSetIs(handle->id(), set);

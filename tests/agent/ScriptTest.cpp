@@ -76,6 +76,26 @@ TEST(AgentScript, RouteAddRefusesMalformedPieces) {
   refuse("route add red 10.0.0.0/8 pref 1 via 192.0.2.1 colour blue");
 }
 
+TEST(AgentScript, AnAlternativeTakesAtMost512Vias) {
+  auto vias = [](int n) {
+    std::string line = "route add red 10.0.0.0/8 pref 1";
+    for (int i = 0; i < n; ++i) line += " via 10.9." + std::to_string(i / 256) + "." + std::to_string(i % 256);
+    return line;
+  };
+  auto parse = [](const std::string& line) {
+    auto c = parseLine(line);
+    std::vector<std::string_view> rest(c->args.begin() + 1, c->args.end());
+    return parseRouteAdd(rest);
+  };
+  EXPECT_EQ(parse(vias(512)).vias.size(), 512u);
+  try {
+    parse(vias(513));
+    FAIL();
+  } catch (const Kel::RangeException& e) {
+    EXPECT_STREQ(e.what(), "at most 512 vias per alternative");
+  }
+}
+
 TEST(AgentScript, EvpnViasCarryTheirVniAndVtepAndRouteOptionsTheirTargets) {
   auto c = parseLine("route add red 10.0.0.0/8 pref 1 evpn 10.9.9.9 vni 5000 vtep 2001:db8::9 via 192.0.2.1 "
                      "evpn 10.9.9.8 vni 7 leak-to blue");

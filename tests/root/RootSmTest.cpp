@@ -100,6 +100,29 @@ TEST_F(RootSmTest, SharedTableCleanupKeepsOtherVrfsAndViasAreDeletedPerVrf) {
   EXPECT_EQ(vias->vias(), 1u);
 }
 
+TEST_F(RootSmTest, CleaningUpAContainerThatWasNeverMountedTouchesNothing) {
+  RootHarness h(RoutingProtocol::staticConfig);
+  h.start();
+  h.publishVrf("red", 5);
+  auto c = h.container("red", AddressFamily::ipv4);
+  ASSERT_NE(c, nullptr);
+  const Rib::ViaKey v = via("10.0.0.1", 5, RoutingProtocol::staticConfig);
+  h.metricsOf(5, Transport::ipv4)->viaMetricIs(v, kResolved);
+  c->status()->routeIs(prefix("192.168.0.0/16"))->routePrefIs(1)->dedupViaKeyIs(Rib::dedupViaKeyIs(v));
+  Kel::activityManager().runUntilIdle();
+  ASSERT_EQ(c->ribConfig()->routes(), 1u);
+  // A name the agent never had a container for, and red's name with another VRF's id.
+  for (const auto& [name, id] : {std::pair{"green", 9u}, std::pair{"red", 6u}}) {
+    h.root->doCleanupContainer4(L3::VrfName(name), id);
+    h.root->doCleanupContainer6(L3::VrfName(name), id);
+    h.root->doCleanupMcContainer4(L3::VrfName(name), id);
+  }
+  Kel::activityManager().runUntilIdle();
+  EXPECT_EQ(c->ribConfig()->routes(), 1u);
+  EXPECT_EQ(Kel::ptrCast<Rib::RouteConfig>(h.em->getEntity(h.root->ribMount(5, "rib", "ipv4"))), c->ribConfig());
+  EXPECT_EQ(c->ipViaConfig(), Kel::ptrCast<Rib::Ip::ViaConfig>(h.em->getEntity(h.root->viaConfigMount(5, "rib", Transport::ipv4))));
+}
+
 TEST_F(RootSmTest, DeletingViasStopsAtAReportedCorruption) {
   RootHarness h(RoutingProtocol::routeInput);
   h.start();

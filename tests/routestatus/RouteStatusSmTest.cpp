@@ -208,6 +208,86 @@ TEST_F(RouteStatusSmTest, TooManyViasLeaveTheRibAsItWas) {
   EXPECT_TRUE(readyStatus->v4RouteReviewComplete());
 }
 
+TEST_F(RouteStatusSmTest, RoutesTheRibCannotTakeWaitAndGoInOldestFirstAsRoomIsMade) {
+  ribConfig->capacityIs(2);
+  makeSm();
+  for (const char* p : {"10.1.0.0/16", "10.2.0.0/16", "10.3.0.0/16"}) addRoute(p, 1, {via("10.0.0.1")});
+  ASSERT_EQ(ribConfig->routes(), 0u);
+  // The via resolves; the via-metric machine stamps every user. The RIB's side cannot act on a
+  // refusal: the stamps must not throw, the routes that fit go in, the other waits.
+  metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
+  for (const char* p : {"10.1.0.0/16", "10.2.0.0/16", "10.3.0.0/16"}) {
+    EXPECT_NO_THROW(status->route(prefix(p))->routeChangedAtIs(1.0));
+  }
+  settle();
+  EXPECT_EQ(ribConfig->routes(), 2u);
+  ASSERT_EQ(sm->waitingRoutes(), 1u);
+  EXPECT_TRUE(sm->routeWaiting(prefix("10.3.0.0/16")));
+  EXPECT_TRUE(readyStatus->v4RouteReviewComplete());
+  // The agent's own write is refused to its face, and the route it left in the status waits too.
+  EXPECT_THROW(addRoute("10.4.0.0/16", 1, {via("10.0.0.1")}), Kel::TableFullException);
+  EXPECT_EQ(sm->waitingRoutes(), 2u);
+
+  // Room for one: the oldest waiting route takes it on the next turn, the other keeps waiting.
+  status->routeDel(prefix("10.1.0.0/16"));
+  EXPECT_EQ(rib("10.3.0.0/16"), nullptr);
+  settle();
+  EXPECT_NE(rib("10.3.0.0/16"), nullptr);
+  EXPECT_EQ(rib("10.4.0.0/16"), nullptr);
+  EXPECT_EQ(sm->waitingRoutes(), 1u);
+  // A waiting route that goes stops waiting; with none left, nothing watches the RIB.
+  status->routeDel(prefix("10.4.0.0/16"));
+  EXPECT_EQ(sm->waitingRoutes(), 0u);
+  EXPECT_EQ(sm->ribConfigReactor(), nullptr);
+  status->routeDel(prefix("10.2.0.0/16"));
+  settle();
+  EXPECT_EQ(ribConfig->routes(), 1u);
+}
+
+// Whenever a via set leaves the RIB's table, no RIB route may still point at it.
+class DanglingViaSetWatch : public Rib::Shmtab::ViaSetCollection::NotifieeConst {
+ public:
+  DanglingViaSetWatch(const Rib::Shmtab::ViaSetCollection::PtrConst& sets, const Rib::RouteConfig::PtrConst& routes)
+      : routes_(routes) {
+    notifierIs(sets);
+  }
+  void onViaSet(const Rib::ViaSetKey& key) override {
+    if (notifier()->viaSet(key)) return;
+    for (const Rib::Route& r : routes_->routeColl()) dangling += r.viaSetKey() == key;
+  }
+  int dangling = 0;
+
+ private:
+  Rib::RouteConfig::PtrConst routes_;
+};
+
+TEST_F(RouteStatusSmTest, ARouteLeavesItsViaSetBeforeTheSetLeavesAndAFullTableKeepsBoth) {
+  DanglingViaSetWatch watch(viaSetColl, ribConfig);
+  for (const char* a : {"10.0.0.1", "10.0.0.2", "10.0.0.3"}) metrics()->viaMetricIs(via(a), kResolved);
+  makeSm();
+  auto rp = addRoute("192.168.0.0/16", 1, {via("10.0.0.1")});
+  // The route moves to a new set and was the old one's last user.
+  rp->dedupViaKeyIs(Rib::dedupViaKeyIs(via("10.0.0.2")));
+  rp->dedupViaKeyDel(via("10.0.0.1"));
+  EXPECT_EQ(ribViaSet("192.168.0.0/16")->vias(), std::vector<Rib::ViaKey>{via("10.0.0.2")});
+  EXPECT_EQ(viaSetColl->viaSets(), 1u);
+  EXPECT_EQ(watch.dangling, 0);
+
+  // No room for the set the route would move to: the route stays on its set, the set stays, and
+  // no half-made set is left behind.
+  viaSetColl->capacityIs(1);
+  const Rib::Route before = *rib("192.168.0.0/16");
+  EXPECT_THROW(rp->dedupViaKeyIs(Rib::dedupViaKeyIs(via("10.0.0.3"))), Kel::TableFullException);
+  EXPECT_EQ(*rib("192.168.0.0/16"), before);
+  EXPECT_EQ(viaSetColl->viaSets(), 1u);
+  EXPECT_NE(ribViaSet("192.168.0.0/16"), nullptr);
+  EXPECT_TRUE(sm->routeWaiting(prefix("192.168.0.0/16")));
+  // The writer takes the via back: the route fits as it is and stops waiting.
+  rp->dedupViaKeyDel(via("10.0.0.3"));
+  EXPECT_FALSE(sm->routeWaiting(prefix("192.168.0.0/16")));
+  EXPECT_EQ(watch.dangling, 0);
+}
+
 TEST_F(RouteStatusSmTest, EqualViaSetsAreSharedAndLeaveTheTableWithTheirLastUser) {
   metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
   makeSm();
