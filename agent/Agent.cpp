@@ -368,6 +368,7 @@ void Agent::cmdVrf(const Command& c) {
     }
     leaking_->vrfDel(str(c.args[1]));
     nameMap_->vrfIdDel(name);
+    leaking_->decideAgain(name);
     Kel::ptrCast<Vrf::VrfIdMap::Status>(em_->getEntity("vrf/vrfIdMapStatus"))->vrfNameDel(id);
     // Forgotten last, so that what the withdrawal changes is still reported under the VRF's name.
     vrfs_.erase(str(c.args[1]));

@@ -26,10 +26,14 @@ void Leaking::vrfIs(const std::string& name, Vrf::VrfIdMap::VrfId id) {
                       {"leakRouteConfig", Kel::Value(side.config[i])}});
   }
   vrfs_[name] = std::move(side);
-  // The multiplexers decide a route's leak when the route changes, not when a name starts to
-  // resolve: routes that named this VRF before it existed are filed anew so that they are decided
-  // again (a replaced route object is a change of the route).
-  const L3::VrfName vrf(name);
+  // Routes that named this VRF before it existed leak into it from now on.
+  decideAgain(L3::VrfName(name));
+}
+
+void Leaking::decideAgain(const L3::VrfName& vrf) {
+  // The multiplexers decide a route's leak when the route changes, not when its leak-to name
+  // starts or stops resolving: the routes that name `vrf` are filed anew (a replaced route object
+  // is a change of the route).
   for (auto& [source, s] : vrfs_) {
     for (const auto& list : s.routes) {
       for (const auto& route : list->routeColl().keys()) {

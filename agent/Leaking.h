@@ -42,6 +42,10 @@ class Leaking {
   // A VRF was published (both families are created for leaking) or withdrawn.
   void vrfIs(const std::string& name, Vrf::VrfIdMap::VrfId id);
   void vrfDel(const std::string& name);
+  // `vrf` started or stopped resolving in the name map: the routes that name it have their leak
+  // decided again. `vrfIs` does it itself; a withdrawal needs it once the name has left the map,
+  // or the routes would keep leaking into the id it had (and into the next VRF given that id).
+  void decideAgain(const L3::VrfName& vrf);
 
   // The route `prefix` of `vrf` leaks into `leakTo`; an empty name stops the leak.
   void leakToIs(const std::string& vrf, const Velnet::IpGenPrefix& prefix, const L3::VrfName& leakTo);

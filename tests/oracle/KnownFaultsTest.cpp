@@ -1,7 +1,7 @@
 // Faults of the agent that the differential test found, each as the shortest failing script it
-// printed. They stay disabled until the agent is fixed (run them with
-// --gtest_also_run_disabled_tests); the generator steers clear of them meanwhile, as noted in
-// ScriptGenerator.h, and the steering goes when the test here is enabled.
+// printed, kept once fixed. A fault not fixed yet stays disabled (run it with
+// --gtest_also_run_disabled_tests) and the generator steers clear of it meanwhile; the steering
+// goes when the test here is enabled.
 #include <gtest/gtest.h>
 
 #include "tests/oracle/Differential.h"
@@ -22,9 +22,9 @@ TEST(DifferentialFault, SourceVrfOfAnExistingRouteReachesTheRib) {
   EXPECT_FALSE(v.mismatch) << v.report;
 }
 
-// A route leaking into VRF yellow (id 8) keeps leaking into id 8 after yellow goes; when VRF red
-// later gets id 8, the route shows up among red's leaked routes although it names yellow.
-TEST(DifferentialFault, DISABLED_LeakIntoAVrfThatWentDoesNotPassToTheNextVrfWithItsId) {
+// A route leaking into VRF yellow (id 8) kept leaking into id 8 after yellow went; when VRF red
+// later got id 8, the route showed up among red's leaked routes although it names yellow.
+TEST(DifferentialFault, LeakIntoAVrfThatWentDoesNotPassToTheNextVrfWithItsId) {
   const Verdict v = runDifferential({
       "start cold",
       "route add default 10.3.0.0/16 pref 1 evpn 10.9.9.2 vni 200 via 10.0.0.2",
