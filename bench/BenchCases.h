@@ -37,6 +37,11 @@ std::vector<Row> runLeaking(const CaseParams& params);
 std::vector<Row> runPlainLeaking(const CaseParams& params);
 std::vector<Row> runChurn(const CaseParams& params);
 
+// `protorib-bench soak ARGS...` (BenchSoak.cpp): not a case of the suite but a run of its own,
+// printing as it goes. Returns the exit status: 0 memory levelled off (or is levelling off) and the
+// result is right, 1 memory kept growing, 2 bad arguments, 3 a wrong result, 4 another failure.
+int runSoak(const std::vector<std::string>& args);
+
 // ---- Making rows ----
 Row figure(const std::string& name, double value, const std::string& unit, bool withRatio = false,
            Aim aim = {});

@@ -1,108 +1,74 @@
-// Churn: a steady stream of route and metric changes into a full table for a fixed span, with the
-// agent's loop running between them, as a router lives most of its days.
-//
-// The stream, per hundred changes: 81 routes replaced by a route built apart with its vias
-// shifted (it moves between via sets that exist anyway), 9 routes withdrawn and the 9 withdrawn
-// longest announced again, and 1 metric change of a via (resolved to resolved: its users are
-// re-evaluated and stay). Routes are picked at random over the whole table. The
-// agent takes input for one review quantum, then runs one turn of its loop (a review slice, as
-// every metric change restarts the review), and so on: input and reviews share the time as they
-// would in an agent whose input never runs dry.
+// Churn: the stream of BenchChurn.h into a full table for a fixed span, with the agent's loop
+// running between the changes, as a router lives most of its days.
 //
 // The figures: changes per second over the whole span (reviews included), the share of the span
 // the loop took, and how much the heap and the resident set grew from the full table before the
-// span to the end of it. A table that holds steady leaks nothing: growth should stay near zero.
-// At the end the loop runs until idle and the RIB configuration must match the last state of
-// every route.
+// span to the end of it. A table that holds steady leaks nothing: growth should stay near zero
+// (the soak, `protorib-bench soak`, runs the same stream for long enough to tell). At the end the
+// loop runs until idle and the RIB configuration must match the last state of every route.
+#include "bench/BenchChurn.h"
+
 #include <algorithm>
-#include <deque>
 #include <string>
 
 #include "bench/BenchCases.h"
-#include "bench/BenchRoutes.h"
 #include "platform/kel/Activity.h"
 
 namespace Bench {
 
-namespace {
+ChurnStream::ChurnStream(LoadedAgent& agent)
+    : agent_(agent),
+      quantum_(agent.container()->routeStatusSm()->reviewQuantum()),
+      present_(agent.routes(), true),
+      variant_(agent.routes(), 0),
+      metricFlip_(kVias, 0) {}
 
-// A small deterministic generator: the stream is the same on every run.
-class XorShift {
- public:
-  uint32_t next() {
-    state_ ^= state_ << 13;
-    state_ ^= state_ >> 7;
-    state_ ^= state_ << 17;
-    return static_cast<uint32_t>(state_ >> 32);
+uint32_t ChurnStream::presentRoute() {
+  const uint32_t n = agent_.routes();
+  uint32_t i = random_.next() % n;
+  while (!present_[i]) i = random_.next() % n;  // one route at most is withdrawn at any time
+  return i;
+}
+
+void ChurnStream::change() {
+  const Family family = agent_.family();
+  const auto& status = agent_.status();
+  const unsigned op = static_cast<unsigned>(changes_ % 100);
+  ++changes_;
+  if (op == 99) {
+    const uint32_t v = metricCursor_++ % kVias;
+    metricFlip_[v] ^= 1;
+    agent_.metrics()->viaMetricIs(viaKeyOf(family, v),
+                                  Routing::Rib::ViaMetric(10 + metricFlip_[v], 1, false));
+    ++metricChanges_;
+    return;
   }
-
- private:
-  uint64_t state_ = 0x9E3779B97F4A7C15ull;
-};
-
-}  // namespace
-
-std::vector<Row> runChurn(const CaseParams& params) {
-  const uint32_t n = params.routes;
-  LoadedAgent a(params.family, n);
-  a.install();
-  auto& loop = Kel::activityManager();
-  loop.runUntilIdle();
-  a.checkRib(1, "before the churn");
-
-  std::vector<bool> present(n, true);
-  std::vector<uint8_t> variant(n, 0);
-  std::vector<uint8_t> metricFlip(kVias, 0);
-  std::deque<uint32_t> withdrawn;
-  XorShift random;
-  const auto& status = a.status();
-  const double quantum = a.container()->routeStatusSm()->reviewQuantum();
-  uint64_t changes = 0, routeChanges = 0, metricChanges = 0;
-  uint32_t metricCursor = 0;
-  double loopTime = 0;
-
-  auto presentRoute = [&]() {
-    uint32_t i = random.next() % n;
-    while (!present[i]) i = random.next() % n;  // a few are withdrawn at any time
-    return i;
-  };
-  auto change = [&]() {
-    const unsigned op = static_cast<unsigned>(changes % 100);
-    ++changes;
-    if (op == 99) {
-      const uint32_t v = metricCursor++ % kVias;
-      metricFlip[v] ^= 1;
-      a.metrics()->viaMetricIs(viaKeyOf(params.family, v),
-                               Routing::Rib::ViaMetric(10 + metricFlip[v], 1, false));
-      ++metricChanges;
-      return;
-    }
-    ++routeChanges;
-    if (op % 10 == 8 && op < 90) {
-      const uint32_t i = presentRoute();
-      status->routeDel(prefixOf(params.family, i));
-      present[i] = false;
-      withdrawn.push_back(i);
-      return;
-    }
-    if (op % 10 == 9 && !withdrawn.empty()) {
-      const uint32_t i = withdrawn.front();
-      withdrawn.pop_front();
-      variant[i] ^= 1;
-      status->routeIs(a.route(i, variant[i]));
-      present[i] = true;
-      return;
-    }
+  ++routeChanges_;
+  if (op % 10 == 8 && op < 90) {
     const uint32_t i = presentRoute();
-    variant[i] ^= 1;
-    status->routeIs(a.route(i, variant[i]));
-  };
+    status->routeDel(prefixOf(family, i));
+    present_[i] = false;
+    withdrawn_.push_back(i);
+    return;
+  }
+  if (op % 10 == 9 && !withdrawn_.empty()) {
+    const uint32_t i = withdrawn_.front();
+    withdrawn_.pop_front();
+    variant_[i] ^= 1;
+    status->routeIs(agent_.route(i, variant_[i]));
+    present_[i] = true;
+    return;
+  }
+  const uint32_t i = presentRoute();
+  variant_[i] ^= 1;
+  status->routeIs(agent_.route(i, variant_[i]));
+}
 
-  const MemoryMark mark = memoryMark();
-  const double start = wallTime(), end = start + params.churnSeconds;
-  double now = start;
+double ChurnStream::runUntil(double end) {
+  auto& loop = Kel::activityManager();
+  double now = wallTime();
   while (now < end) {
-    const double inputEnd = std::min(end, now + quantum);
+    const double inputEnd = std::min(end, now + quantum_);
     do {
       for (int k = 0; k < 64; ++k) change();
       now = wallTime();
@@ -110,19 +76,37 @@ std::vector<Row> runChurn(const CaseParams& params) {
     if (now >= end) break;
     loop.runOnce();
     const double after = wallTime();
-    loopTime += after - now;
+    loopTime_ += after - now;
     now = after;
   }
-  const double span = now - start;
+  return now;
+}
+
+void ChurnStream::checkRib(const std::string& when) const {
+  agent_.checkRib(1, when, present_, variant_);
+}
+
+std::vector<Row> runChurn(const CaseParams& params) {
+  LoadedAgent a(params.family, params.routes);
+  a.install();
+  auto& loop = Kel::activityManager();
+  loop.runUntilIdle();
+  a.checkRib(1, "before the churn");
+
+  ChurnStream stream(a);
+  const MemoryMark mark = memoryMark();
+  const double start = wallTime();
+  const double span = stream.runUntil(start + params.churnSeconds) - start;
   loop.runUntilIdle();
   const double heap = heapSince(mark), resident = residentSince(mark);
   check(a.reviewComplete(), "the review after the churn did not complete");
-  a.checkRib(1, "after the churn", present, variant);
-  check(metricChanges > 0 && routeChanges > 0, "the span was too short for both kinds of change");
+  stream.checkRib("after the churn");
+  check(stream.metricChanges() > 0 && stream.routeChanges() > 0,
+        "the span was too short for both kinds of change");
 
-  return {figure("rate", static_cast<double>(changes) / span, "changes/s"),
-          figure("changes", static_cast<double>(changes), "changes"),
-          figure("loop share", 100 * loopTime / span, "%"),
+  const double changes = static_cast<double>(stream.changes());
+  return {figure("rate", changes / span, "changes/s"), figure("changes", changes, "changes"),
+          figure("loop share", 100 * stream.loopTime() / span, "%"),
           figure("heap growth", heap / 1024, "KiB"), figure("RSS growth", resident / 1024, "KiB")};
 }
 

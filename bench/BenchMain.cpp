@@ -2,6 +2,9 @@
 //
 //   protorib-bench [--routes N,...] [--only W,...] [--quick] [--json FILE] [--repeat N]
 //   protorib-bench micro [Google Benchmark flags]      the hash-table micro-benchmarks
+//   protorib-bench soak [--routes N] [--family ipv4|ipv6] [--seconds S] [--every S]
+//                                                      one table under churn for a long time,
+//                                                      memory printed as it goes (BenchSoak.cpp)
 //
 // The driver starts itself once per case (`--case ...`, not for use by hand) and reads the
 // case's figures from its standard output; a case that finds a wrong result says so and exits
@@ -271,6 +274,7 @@ int runMicro(int argc, char** argv) {
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
   if (!args.empty() && args[0] == "micro") return Bench::runMicro(argc, argv);
+  if (!args.empty() && args[0] == "soak") return Bench::runSoak({args.begin() + 1, args.end()});
   if (!args.empty() && args[0] == "--case") return Bench::runCaseHere(args);
   return Bench::runSuite(args);
 }

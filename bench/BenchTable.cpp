@@ -15,6 +15,10 @@ namespace {
 constexpr uint64_t kMinRoutes = 1'000;
 // IPv4 test prefixes are /24s from 64.0.0.0 up: 12.5 million of them fit below 255.255.255.0.
 constexpr uint64_t kMaxRoutes = 10'000'000;
+constexpr uint64_t kMaxSoakSeconds = 7 * 24 * 3600;
+// Each line reads the process's memory maps and walks malloc's free lists: not something to do
+// continuously.
+constexpr double kMinSoakEvery = 0.1;
 
 std::vector<std::string> splitList(const std::string& text, char sep) {
   std::vector<std::string> out;
@@ -49,6 +53,51 @@ uint64_t parseCount(const std::string& text, const std::string& what) {
   }
   return std::stoull(text);
 }
+
+// A table size every workload can build.
+uint64_t parseRoutes(const std::string& text, const std::string& what) {
+  const uint64_t n = parseCount(text, what);
+  if (n < kMinRoutes || n > kMaxRoutes || n % 10 != 0) {
+    throw Kel::ParseException(what + ": " + text + " is not a multiple of 10 from " +
+                              formatCount(kMinRoutes) + " to " + formatCount(kMaxRoutes));
+  }
+  return n;
+}
+
+// Walks a command line one argument at a time; an argument's value is either written into it
+// (`--name=value`) or the argument after it (`--name value`).
+class ArgReader {
+ public:
+  explicit ArgReader(const std::vector<std::string>& args) : args_(args) {}
+
+  // Moves to the next argument; false past the last.
+  bool next() {
+    if (at_ >= args_.size()) return false;
+    given_ = args_[at_++];
+    name_ = given_;
+    inline_.reset();
+    if (auto eq = given_.find('='); given_.rfind("--", 0) == 0 && eq != std::string::npos) {
+      name_ = given_.substr(0, eq);
+      inline_ = given_.substr(eq + 1);
+    }
+    return true;
+  }
+  // The argument without its written-in value, and as it was given.
+  const std::string& name() const noexcept { return name_; }
+  const std::string& given() const noexcept { return given_; }
+  // The argument's value; taking it from the next argument consumes that one.
+  std::string value() {
+    if (inline_) return *inline_;
+    if (at_ >= args_.size()) throw Kel::ParseException(name_ + " needs a value");
+    return args_[at_++];
+  }
+
+ private:
+  const std::vector<std::string>& args_;
+  size_t at_ = 0;
+  std::string given_, name_;
+  std::optional<std::string> inline_;
+};
 
 }  // namespace
 
@@ -137,6 +186,7 @@ std::string usage() {
   return "usage: protorib-bench [--routes N,N...] [--only WORKLOAD,...] [--quick] [--json FILE]\n"
          "                      [--repeat N] [--churn-seconds S]\n"
          "       protorib-bench micro [Google Benchmark flags]\n"
+         "       protorib-bench soak [--routes N] [--family ipv4|ipv6] [--seconds S] [--every S]\n"
          "\n"
          "Runs every workload (install, failover, fanout, review, leaking, churn) at each table "
          "size\n"
@@ -148,43 +198,30 @@ std::string usage() {
          "  --json FILE          also write the rows to FILE as JSON\n"
          "  --repeat N           run each case N times (1 to 9) and report the medians\n"
          "  --churn-seconds S    how long the churn stream runs (default 3)\n"
-         "  micro                the hash-table micro-benchmarks (Google Benchmark)\n";
+         "  micro                the hash-table micro-benchmarks (Google Benchmark)\n"
+         "  soak                 one table under the churn stream for minutes or hours, memory\n"
+         "                       printed as it goes (see soak --help)\n";
 }
 
 Options parseOptions(const std::vector<std::string>& args) {
   Options o;
   bool routesGiven = false, churnGiven = false;
-  for (size_t i = 0; i < args.size(); ++i) {
-    std::string arg = args[i], value;
-    bool hasValue = false;
-    if (auto eq = arg.find('='); arg.rfind("--", 0) == 0 && eq != std::string::npos) {
-      value = arg.substr(eq + 1);
-      arg = arg.substr(0, eq);
-      hasValue = true;
-    }
-    auto next = [&]() -> std::string {
-      if (hasValue) return value;
-      if (i + 1 >= args.size()) throw Kel::ParseException(arg + " needs a value");
-      return args[++i];
-    };
-    if (arg == "--help" || arg == "-h") {
+  ArgReader arg(args);
+  while (arg.next()) {
+    const std::string& name = arg.name();
+    if (name == "--help" || name == "-h") {
       o.help = true;
-    } else if (arg == "--quick") {
+    } else if (name == "--quick") {
       o.quick = true;
-    } else if (arg == "--routes") {
+    } else if (name == "--routes") {
       o.routes.clear();
-      for (const auto& item : splitList(next(), ',')) {
-        const uint64_t n = parseCount(item, "--routes");
-        if (n < kMinRoutes || n > kMaxRoutes || n % 10 != 0) {
-          throw Kel::ParseException("--routes: " + item + " is not a multiple of 10 from " +
-                                    formatCount(kMinRoutes) + " to " + formatCount(kMaxRoutes));
-        }
-        o.routes.push_back(n);
+      for (const auto& item : splitList(arg.value(), ',')) {
+        o.routes.push_back(parseRoutes(item, "--routes"));
       }
       routesGiven = true;
-    } else if (arg == "--only") {
+    } else if (name == "--only") {
       o.only.clear();
-      for (const auto& item : splitList(next(), ',')) {
+      for (const auto& item : splitList(arg.value(), ',')) {
         const auto& names = workloadNames();
         if (std::find(names.begin(), names.end(), item) == names.end()) {
           throw Kel::ParseException("--only: unknown workload '" + item +
@@ -192,22 +229,22 @@ Options parseOptions(const std::vector<std::string>& args) {
         }
         if (std::find(o.only.begin(), o.only.end(), item) == o.only.end()) o.only.push_back(item);
       }
-    } else if (arg == "--json") {
-      o.json = next();
+    } else if (name == "--json") {
+      o.json = arg.value();
       if (o.json->empty()) throw Kel::ParseException("--json needs a file name");
-    } else if (arg == "--repeat") {
-      const uint64_t n = parseCount(next(), "--repeat");
+    } else if (name == "--repeat") {
+      const uint64_t n = parseCount(arg.value(), "--repeat");
       if (n < 1 || n > 9)
         throw Kel::ParseException("--repeat: " + std::to_string(n) + " is not from 1 to 9");
       o.repeat = static_cast<unsigned>(n);
-    } else if (arg == "--churn-seconds") {
-      const double s = parseNumber(next(), "--churn-seconds");
+    } else if (name == "--churn-seconds") {
+      const double s = parseNumber(arg.value(), "--churn-seconds");
       if (!(s > 0 && s <= 600))
         throw Kel::ParseException("--churn-seconds: expected more than 0 and at most 600");
       o.churnSeconds = s;
       churnGiven = true;
     } else {
-      throw Kel::ParseException("unknown argument '" + args[i] + "' (try --help)");
+      throw Kel::ParseException("unknown argument '" + arg.given() + "' (try --help)");
     }
   }
   if (o.quick) {
@@ -215,6 +252,61 @@ Options parseOptions(const std::vector<std::string>& args) {
     if (!churnGiven) o.churnSeconds = 1.0;
   }
   return o;
+}
+
+SoakOptions parseSoakOptions(const std::vector<std::string>& args) {
+  SoakOptions o;
+  bool everyGiven = false;
+  ArgReader arg(args);
+  while (arg.next()) {
+    const std::string& name = arg.name();
+    if (name == "--help" || name == "-h") {
+      o.help = true;
+    } else if (name == "--routes") {
+      o.routes = parseRoutes(arg.value(), "--routes");
+    } else if (name == "--family") {
+      const std::string f = arg.value();
+      if (f != "ipv4" && f != "ipv6")
+        throw Kel::ParseException("--family: '" + f + "' is not ipv4 or ipv6");
+      o.ipv6 = f == "ipv6";
+    } else if (name == "--seconds") {
+      o.seconds = parseNumber(arg.value(), "--seconds");
+      if (!(o.seconds > 0 && o.seconds <= kMaxSoakSeconds)) {
+        throw Kel::ParseException("--seconds: expected more than 0 and at most " +
+                                  formatCount(kMaxSoakSeconds) + " (a week)");
+      }
+    } else if (name == "--every") {
+      o.every = parseNumber(arg.value(), "--every");
+      everyGiven = true;
+      if (!(o.every >= kMinSoakEvery))
+        throw Kel::ParseException("--every: expected at least 0.1 (seconds)");
+    } else {
+      throw Kel::ParseException("unknown soak argument '" + arg.given() + "' (try soak --help)");
+    }
+  }
+  // Checked once both are known, whichever came first; a short run without an interval of its
+  // own gets one line, at its end.
+  if (!everyGiven) o.every = std::min(o.every, o.seconds);
+  if (o.every > o.seconds) {
+    throw Kel::ParseException("--every: " + formatNumber(o.every) + " s is longer than the run (" +
+                              formatNumber(o.seconds) + " s)");
+  }
+  return o;
+}
+
+std::string soakUsage() {
+  return "usage: protorib-bench soak [--routes N] [--family ipv4|ipv6] [--seconds S] [--every S]\n"
+         "\n"
+         "Loads one table into the agent, runs the churn workload's stream of changes into it for\n"
+         "a set time and prints, at intervals, the changes made and the memory in use; at the end\n"
+         "checks the RIB configuration and says whether memory levelled off. Exit status: 0\n"
+         "levelled off (or levelling off) and right, 1 memory kept growing, 2 bad arguments,\n"
+         "3 a wrong result.\n"
+         "  --routes N           routes in the table, a multiple of 10 from 1000 to 10000000\n"
+         "                       (default 1000000)\n"
+         "  --family F           ipv4 or ipv6 (default ipv4)\n"
+         "  --seconds S          how long the stream runs (default 600)\n"
+         "  --every S            seconds between two lines (default 30, or S when shorter)\n";
 }
 
 bool selected(const Options& o, const std::string& workload) {

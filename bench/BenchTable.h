@@ -58,6 +58,15 @@ struct Options {
   bool help = false;
 };
 
+// The soak's command line: `protorib-bench soak [options]`.
+struct SoakOptions {
+  uint64_t routes = 1'000'000;
+  bool ipv6 = false;
+  double seconds = 600;
+  double every = 30;  // seconds between two printed lines
+  bool help = false;
+};
+
 // The workloads, in the order they run and print.
 const std::vector<std::string>& workloadNames();
 
@@ -65,6 +74,9 @@ const std::vector<std::string>& workloadNames();
 // Kel::ParseException naming the argument and what was expected.
 Options parseOptions(const std::vector<std::string>& args);
 std::string usage();
+// The same for the soak's arguments (after `soak`).
+SoakOptions parseSoakOptions(const std::vector<std::string>& args);
+std::string soakUsage();
 bool selected(const Options& o, const std::string& workload);
 
 // ---- A case's output, one line per figure ----

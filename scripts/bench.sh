@@ -2,6 +2,8 @@
 # Builds protorib-bench and runs the whole benchmark suite, from a fresh Debian 12 machine on:
 #
 #   scripts/bench.sh [protorib-bench options]      e.g. --quick, --only install,failover
+#   scripts/bench.sh soak [soak options]           the soak (docs/RELIABILITY.md)
+#   scripts/bench.sh micro [Google Benchmark flags]
 #
 # Missing Debian packages are installed first (scripts/setup-debian.sh), then the default preset
 # (g++, optimised with debug info) builds protorib-bench in build/default; BUILD_DIR=DIR builds in
@@ -22,6 +24,11 @@ else
   cmake --build --preset default --target protorib-bench
   bench=build/default/bench/protorib-bench
 fi
+
+# The soak and the micro-benchmarks print their own output and write no JSON.
+case "${1:-}" in
+  soak | micro) exec "$bench" "$@" ;;
+esac
 
 # The JSON names the tree it measured: the commit, and "-dirty" when the work tree has changes.
 PROTORIB_BENCH_COMMIT=$(git describe --always --dirty 2> /dev/null || echo unknown)

@@ -78,6 +78,64 @@ TEST(BenchOptions, OnlySelectsEachNamedWorkloadOnce) {
   EXPECT_TRUE(selected(parseOptions({}), "failover"));
 }
 
+// The text of the ParseException that parsing the soak's `args` throws, or "" when they parse.
+std::string soakError(const std::vector<std::string>& args) {
+  try {
+    parseSoakOptions(args);
+  } catch (const Kel::ParseException& e) {
+    return e.what();
+  }
+  return "";
+}
+
+TEST(BenchSoakOptions, TakesValuesInEitherSpellingOverTheDefaults) {
+  const SoakOptions defaults = parseSoakOptions({});
+  EXPECT_EQ(defaults.routes, 1'000'000u);
+  EXPECT_FALSE(defaults.ipv6);
+  EXPECT_EQ(defaults.seconds, 600);
+  EXPECT_EQ(defaults.every, 30);
+  const SoakOptions o =
+      parseSoakOptions({"--routes=20000", "--family", "ipv6", "--seconds", "90.5", "--every=0.5"});
+  EXPECT_EQ(o.routes, 20'000u);
+  EXPECT_TRUE(o.ipv6);
+  EXPECT_EQ(o.seconds, 90.5);
+  EXPECT_EQ(o.every, 0.5);
+  EXPECT_FALSE(parseSoakOptions({"--family", "ipv6", "--family", "ipv4"}).ipv6);  // the last wins
+  EXPECT_TRUE(parseSoakOptions({"--seconds", "10", "--help"}).help);
+}
+
+TEST(BenchSoakOptions, RefusesWhatCannotRunWithTheArgumentNamed) {
+  EXPECT_EQ(soakError({"--routes", "999"}),
+            "--routes: 999 is not a multiple of 10 from 1,000 to 10,000,000");
+  EXPECT_EQ(soakError({"--routes", "1000,2000"}), "--routes: '1000,2000' is not a whole number");
+  EXPECT_EQ(soakError({"--family", "IPv4"}), "--family: 'IPv4' is not ipv4 or ipv6");
+  EXPECT_EQ(soakError({"--family="}), "--family: '' is not ipv4 or ipv6");
+  EXPECT_EQ(soakError({"--seconds", "0"}),
+            "--seconds: expected more than 0 and at most 604,800 (a week)");
+  EXPECT_EQ(soakError({"--seconds", "604801"}),
+            "--seconds: expected more than 0 and at most 604,800 (a week)");
+  EXPECT_EQ(soakError({"--seconds", "inf"}), "--seconds: 'inf' is not a number");
+  EXPECT_EQ(soakError({"--every", "0.05"}), "--every: expected at least 0.1 (seconds)");
+  EXPECT_EQ(soakError({"--every", "10s"}), "--every: '10s' is not a number");
+  EXPECT_EQ(soakError({"--every"}), "--every needs a value");
+  // The suite's options are not the soak's.
+  EXPECT_EQ(soakError({"--churn-seconds", "5"}),
+            "unknown soak argument '--churn-seconds' (try soak --help)");
+  EXPECT_EQ(soakError({"--quick=yes"}), "unknown soak argument '--quick=yes' (try soak --help)");
+}
+
+TEST(BenchSoakOptions, RefusesAnIntervalLongerThanTheRunInEitherOrder) {
+  EXPECT_EQ(soakError({"--seconds", "20", "--every", "30"}),
+            "--every: 30.0 s is longer than the run (20.0 s)");
+  EXPECT_EQ(soakError({"--every", "30", "--seconds", "20"}),
+            "--every: 30.0 s is longer than the run (20.0 s)");
+  EXPECT_EQ(soakError({"--every", "700"}), "--every: 700 s is longer than the run (600 s)");
+  EXPECT_EQ(parseSoakOptions({"--seconds", "20", "--every", "20"}).every, 20);
+  // Without an interval of its own, a short run prints one line, at its end.
+  EXPECT_EQ(parseSoakOptions({"--seconds", "10"}).every, 10);
+  EXPECT_EQ(parseSoakOptions({"--seconds", "40"}).every, 30);
+}
+
 TEST(BenchCaseLine, CarriesEveryFieldBackExactly) {
   Row r = row("x", "IPv4", 1, "per route, K=10", 0.1 + 0.2, true,
               Aim{Aim::Kind::ratioAtMost, 4, "<= 4x plain"});
