@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/kel/Memory.h"
+
 namespace Kel {
 
 namespace detail {
@@ -38,8 +40,24 @@ void deferDelete(NotifieeBase* n) noexcept {
   detail::deferred->push_back(n);
 }
 
+NotifieeList::Block* NotifieeList::newBlock(uint32_t capacity, NotifieeBase* const* from, uint32_t size) noexcept {
+  void* p = nullptr;
+  try {
+    p = smallAllocate(sizeof(Block) + capacity * sizeof(NotifieeBase*));
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+  auto* b = new (p) Block{size, capacity};
+  std::copy(from, from + size, b->slots());
+  return b;
+}
+
+void NotifieeList::freeBlock(Block* b) noexcept {
+  smallFree(b, sizeof(Block) + b->capacity * sizeof(NotifieeBase*));
+}
+
 NotifieeList::~NotifieeList() {
-  if (bits_ & 1) delete block();
+  if (bits_ & 1) freeBlock(block());
 }
 
 size_t NotifieeList::size() const noexcept {
@@ -62,16 +80,26 @@ void NotifieeList::add(NotifieeBase* n) {
     return;
   }
   if (!(bits_ & 1)) {
-    auto* b = new Block{reinterpret_cast<NotifieeBase*>(bits_), n};
+    NotifieeBase* const both[] = {reinterpret_cast<NotifieeBase*>(bits_), n};
+    Block* b = newBlock(2, both, 2);
+    if (b == nullptr) throw std::bad_alloc();
     bits_ = reinterpret_cast<uintptr_t>(b) | 1;
     return;
   }
   if (!notificationInProgress()) compact();
-  if (bits_ & 1) {
-    block()->push_back(n);
-  } else {
+  if (!(bits_ & 1)) {
     add(n);
+    return;
   }
+  Block* b = block();
+  if (b->size == b->capacity) {
+    Block* grown = newBlock(b->capacity * 2, b->slots(), b->size);
+    if (grown == nullptr) throw std::bad_alloc();
+    freeBlock(b);
+    b = grown;
+    bits_ = reinterpret_cast<uintptr_t>(b) | 1;
+  }
+  b->slots()[b->size++] = n;
 }
 
 void NotifieeList::remove(NotifieeBase* n) noexcept {
@@ -81,23 +109,26 @@ void NotifieeList::remove(NotifieeBase* n) noexcept {
     // Keep the slot during a notification, so that a notifiee added before it ends does not
     // take the position being walked and hear an event that predates it.
     if (notificationInProgress()) {
-      if (auto* b = new (std::nothrow) Block(1, nullptr)) bits_ = reinterpret_cast<uintptr_t>(b) | 1;
+      NotifieeBase* const cleared[] = {nullptr};
+      if (Block* b = newBlock(2, cleared, 1)) bits_ = reinterpret_cast<uintptr_t>(b) | 1;
     }
     return;
   }
   Block* b = block();
-  auto it = std::find(b->begin(), b->end(), n);
-  if (it == b->end()) return;
+  NotifieeBase** end = b->slots() + b->size;
+  NotifieeBase** it = std::find(b->slots(), end, n);
+  if (it == end) return;
   *it = nullptr;
   if (!notificationInProgress()) compact();
 }
 
 void NotifieeList::compact() noexcept {
   Block* b = block();
-  b->erase(std::remove(b->begin(), b->end(), nullptr), b->end());
-  if (b->size() <= 1) {
-    NotifieeBase* only = b->empty() ? nullptr : b->front();
-    delete b;
+  NotifieeBase** end = std::remove(b->slots(), b->slots() + b->size, nullptr);
+  b->size = static_cast<uint32_t>(end - b->slots());
+  if (b->size <= 1) {
+    NotifieeBase* only = b->size == 0 ? nullptr : b->slots()[0];
+    freeBlock(b);
     bits_ = reinterpret_cast<uintptr_t>(only);
   }
 }

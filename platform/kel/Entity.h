@@ -65,11 +65,11 @@ class NotifieeList {
   size_t slots() const noexcept {
     if (bits_ == 0) return 0;
     if (!(bits_ & 1)) return 1;
-    return block()->size();
+    return block()->size;
   }
   NotifieeBase* at(size_t i) const noexcept {
     if (!(bits_ & 1)) return reinterpret_cast<NotifieeBase*>(bits_);
-    return (*block())[i];
+    return block()->slots()[i];
   }
   // Registered notifiees.
   size_t size() const noexcept;
@@ -79,8 +79,20 @@ class NotifieeList {
   void remove(NotifieeBase* n) noexcept;
 
  private:
-  using Block = std::vector<NotifieeBase*>;
+  // Two or more slots: a small block holding a header and the slots right after it. Most
+  // entities of a route have two notifiees (one reactor of each machine that watches it), which
+  // this keeps in one 32-byte block where a std::vector took two heap chunks.
+  struct Block {
+    uint32_t size;
+    uint32_t capacity;
+    NotifieeBase** slots() noexcept { return reinterpret_cast<NotifieeBase**>(this + 1); }
+  };
+  static_assert(sizeof(Block) % alignof(NotifieeBase*) == 0);
   Block* block() const noexcept { return reinterpret_cast<Block*>(bits_ & ~uintptr_t(1)); }
+  // A block of `capacity` slots holding `size` slots copied from `from`; nullptr when there is no
+  // memory.
+  static Block* newBlock(uint32_t capacity, NotifieeBase* const* from, uint32_t size) noexcept;
+  static void freeBlock(Block* b) noexcept;
   void compact() noexcept;
 
   uintptr_t bits_ = 0;

@@ -295,6 +295,36 @@ TEST(EntityNotification, NotifieeRegisteredDuringNotificationHearsOnlyLaterOnes)
   EXPECT_EQ(log, (Log{"only", "late"}));
 }
 
+// The list's block of slots regrows while it is being walked, and is compacted afterwards: nobody
+// is skipped, heard twice or heard out of turn.
+TEST(EntityNotification, ManyNotifieesKeepTheirTurnsWhileTheListGrowsAndShrinks) {
+  auto w = Widget::WidgetIs("w");
+  Log log;
+  std::vector<std::unique_ptr<Remover>> members;
+  for (int i = 0; i < 3; ++i) members.push_back(std::make_unique<Remover>(w, &log, "m" + std::to_string(i)));
+  members[1]->action = [&] {
+    // Nine newcomers: the block regrows twice under the walk.
+    for (int i = 3; i < 12; ++i) members.push_back(std::make_unique<Remover>(w, &log, "m" + std::to_string(i)));
+    members[0]->isRegisteredNotifieeIs(false);
+    members[2]->isRegisteredNotifieeIs(false);
+  };
+  w->colorIs(1);
+  EXPECT_EQ(log, (Log{"m0", "m1"}));
+  log.clear();
+  members[1]->action = nullptr;
+  w->colorIs(2);
+  Log expected{"m1"};
+  for (int i = 3; i < 12; ++i) expected.push_back("m" + std::to_string(i));
+  EXPECT_EQ(log, expected);
+  EXPECT_EQ(w->notifieeList().size(), 10u);
+  // Down to one: it goes back inline and still hears.
+  members.erase(members.begin() + 2, members.end());
+  log.clear();
+  w->colorIs(3);
+  EXPECT_EQ(log, (Log{"m1"}));
+  EXPECT_EQ(w->notifieeList().slots(), 1u);
+}
+
 TEST(EntityNotification, NotifierOutlivesItsNotificationWhenAHandlerDropsIt) {
   Widget::Ptr w = Widget::WidgetIs("w");
   Log log;
