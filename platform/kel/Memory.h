@@ -4,8 +4,9 @@
 // via tables, the reactors that watch them, its via set). From malloc each pays a 16-byte chunk
 // header and the allocator's bookkeeping, and at millions of routes malloc's bins become the
 // hottest code of an install. Entities, reactors and small hash-table blocks therefore come from
-// per-thread free lists, one per 16-byte size class up to kSmallBlockMax, carved from 1 MiB
-// slabs (faulted in whole): allocation and release are a few instructions and a block costs its rounded size only.
+// per-thread free lists, one per 16-byte size class up to kSmallBlockMax, carved from 2 MiB
+// slabs (mapped on a 2 MiB boundary so that one huge page can back each, and faulted in whole):
+// allocation and release are a few instructions and a block costs its rounded size only.
 // A freed block goes to the free list of the thread that frees it. Slabs are never returned to
 // the system: a table that shrinks leaves its blocks for the next routes to reuse, so memory
 // levels off at the high-water mark of each size class. Built with AddressSanitizer, every block
@@ -15,7 +16,8 @@
 // freeing a block of megabytes. Given to malloc, every such free makes it consolidate its small
 // free chunks and raises its threshold for mapping blocks, so that later big blocks come from the
 // heap and fragment it. Blocks from largeAllocate are mapped and unmapped whole: their memory goes
-// back to the system the moment they are freed.
+// back to the system the moment they are freed. Those of 2 MiB or more start on a 2 MiB boundary,
+// for huge pages, as slabs do.
 #pragma once
 
 #include <cstddef>
@@ -33,7 +35,8 @@ void* smallAllocate(size_t bytes);
 // Frees a block from smallAllocate; `bytes` is the size it was asked for.
 void smallFree(void* p, size_t bytes) noexcept;
 
-// Page-aligned, zero-filled memory of `bytes`; std::bad_alloc when the system has none.
+// Zero-filled memory of `bytes`, page-aligned (2 MiB-aligned from 2 MiB on); std::bad_alloc when
+// the system has none.
 void* largeAllocate(size_t bytes);
 // Frees a block from largeAllocate; `bytes` is the size it was asked for.
 void largeFree(void* p, size_t bytes) noexcept;

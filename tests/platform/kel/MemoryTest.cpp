@@ -81,15 +81,25 @@ TEST(SmallBlocks, BlockFreedOnAnotherThreadIsSafe) {
   Kel::smallFree(p, 24);
 }
 
-TEST(LargeBlocks, AreZeroedPageAlignedAndGoBackWhole) {
-  size_t bytes = Kel::kLargeBlockBytes + 12345;
-  auto* p = static_cast<unsigned char*>(Kel::largeAllocate(bytes));
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 4096, 0u);
-  size_t nonZero = 0;
-  for (size_t i = 0; i < bytes; i += 997) nonZero += p[i] != 0;
-  EXPECT_EQ(nonZero, 0u);
-  std::memset(p, 1, bytes);
-  Kel::largeFree(p, bytes);
+// Blocks of a huge page or more start on a huge-page boundary, or the system cannot back them
+// with huge pages; their neighbours' trimmed margins must not overlap them.
+TEST(LargeBlocks, AreZeroedAlignedAndGoBackWhole) {
+  const size_t hugePage = size_t(2) << 20;
+  for (size_t bytes : {Kel::kLargeBlockBytes + 12345, hugePage, 3 * hugePage + 12345}) {
+    SCOPED_TRACE(bytes);
+    auto* p = static_cast<unsigned char*>(Kel::largeAllocate(bytes));
+    auto* q = static_cast<unsigned char*>(Kel::largeAllocate(bytes));
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % (bytes >= hugePage ? hugePage : 4096), 0u);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(q) % (bytes >= hugePage ? hugePage : 4096), 0u);
+    size_t nonZero = 0;
+    for (size_t i = 0; i < bytes; i += 997) nonZero += p[i] != 0 || q[i] != 0;
+    EXPECT_EQ(nonZero, 0u);
+    std::memset(p, 1, bytes);
+    std::memset(q, 2, bytes);
+    EXPECT_EQ(p[bytes - 1], 1);
+    Kel::largeFree(p, bytes);
+    Kel::largeFree(q, bytes);
+  }
 }
 
 // A table crossing both thresholds on its way up and down keeps every element.
