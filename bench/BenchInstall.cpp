@@ -7,6 +7,7 @@
 // reverse index), and the review that every metric change restarts runs afterwards in slices on
 // the loop. So "time" of a failover is the time until the RIB configuration is right again, and
 // the review after it is reported on its own, with the longest turn of the loop that ran it.
+#include <algorithm>
 #include <string>
 
 #include "bench/BenchCases.h"
@@ -18,8 +19,10 @@ namespace Bench {
 namespace {
 
 // The slice figures of one loop run: the longest turn, how far it ran past the quantum against
-// the bound of one route (the run's mean time per route), and the longest turn in CPU time,
-// which tells a slice the machine stretched from one the library did.
+// the bound of one route (the run's mean time per route), the longest turn in CPU time, which
+// tells a slice another process stretched from one the library did, and the longest pause the
+// machine itself made in a loop that only reads the clock, for as long as the run took (up to a
+// second): a slice can overrun by that much without the library doing anything.
 void sliceRows(std::vector<Row>& rows, const std::string& name, const LoopRun& run, double quantum,
                double perRoute) {
   const double routeUs = perRoute * 1e6;
@@ -27,6 +30,7 @@ void sliceRows(std::vector<Row>& rows, const std::string& name, const LoopRun& r
   rows.push_back(figure(name + " over quantum", (run.longestWall - quantum) * 1e6, "us", false,
                         atMost(routeUs, "<= 1 route (" + formatNumber(routeUs) + " us)")));
   rows.push_back(figure(name + ", CPU time", run.longestCpu * 1e3, "ms"));
+  rows.push_back(figure("machine's longest pause", longestPause(std::min(run.wall, 1.0)) * 1e6, "us"));
   rows.push_back(figure("turns", static_cast<double>(run.turns), "turns"));
 }
 

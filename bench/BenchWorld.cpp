@@ -62,13 +62,30 @@ LoopRun runLoopUntilIdle() {
   while (true) {
     const double next = loop.nextTime();
     if (next == Kel::Clock::kNever || next > Kel::currentTime()) break;
-    const double wall0 = wallTime(), cpu0 = cpuTime();
+    // The CPU clock is a system call, which the wall-clock window must not include.
+    const double cpu0 = cpuTime();
+    const double wall0 = wallTime();
     loop.runOnce();
-    run.longestWall = std::max(run.longestWall, wallTime() - wall0);
+    const double wall = wallTime() - wall0;
     run.longestCpu = std::max(run.longestCpu, cpuTime() - cpu0);
+    run.longestWall = std::max(run.longestWall, wall);
+    run.wall += wall;
     ++run.turns;
   }
   return run;
+}
+
+double longestPause(double seconds) {
+  auto last = std::chrono::steady_clock::now();
+  const auto end = last + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                              std::chrono::duration<double>(seconds));
+  std::chrono::steady_clock::duration longest{};
+  while (last < end) {
+    const auto now = std::chrono::steady_clock::now();
+    longest = std::max(longest, now - last);
+    last = now;
+  }
+  return std::chrono::duration<double>(longest).count();
 }
 
 namespace {

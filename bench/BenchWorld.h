@@ -82,10 +82,17 @@ double cpuTime();
 // same without the time the process was not running: on a busy machine, the library's own part).
 struct LoopRun {
   uint64_t turns = 0;
+  double wall = 0;  // all turns
   double longestWall = 0;
   double longestCpu = 0;
 };
 LoopRun runLoopUntilIdle();
+
+// The longest the machine kept the CPU from a loop that does nothing but read the clock, over
+// `seconds`: interrupts and, in a VM, the host running something else. Neither clock sees such a
+// pause as anything but this thread's own time, so a slice that ends in one runs past its quantum
+// by that much whatever the library does.
+double longestPause(double seconds);
 
 // A workload's result was not what it must be: the case fails and prints no figure.
 class WrongResult : public std::runtime_error {
