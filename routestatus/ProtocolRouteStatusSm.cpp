@@ -311,19 +311,49 @@ void RouteStatusSm::handleRoute() {
   if (clock_) clock_->timeMinIs(Kel::currentTime());
 }
 
-Route::Ptr RouteStatusSm::routeAfter(const Velnet::IpGenPrefix& prefix) const {
+RouteStatusSm::RouteIter RouteStatusSm::routeAfter(const Velnet::IpGenPrefix& prefix) const {
   const auto& routes = status_->routeColl();
   const uint32_t h = prefix.hash();
   auto it = routes.lowerBoundHash(h);
   for (auto scan = it; scan != routes.end() && (*scan)->routeKey().hash() == h; ++scan) {
-    if ((*scan)->routeKey() == prefix) {
-      ++scan;
-      return scan == routes.end() ? Route::Ptr() : *scan;
-    }
+    if ((*scan)->routeKey() == prefix) return ++scan;
   }
   // `prefix` is gone: the next route is the first at or after its hash position (routes sharing
   // its hash are taken again, which is harmless).
-  return it == routes.end() ? Route::Ptr() : *it;
+  return it;
+}
+
+// The review walks routes in hash order, which scatters them over the heap, and evaluating one is
+// a chain of cache misses: the route, its list of alternatives, the alternatives, their via tables
+// and via sets, the RIB's entry. Each link is started one route earlier than the next, the first
+// kReviewLookahead routes ahead, so that the misses of several routes overlap instead of following
+// one another. Only what an earlier step brought in is read here; the rest is a hint.
+void RouteStatusSm::prefetchForReview(const Route& route, size_t ahead) const noexcept {
+  const auto both = [](const void* p) {  // the objects of the chain span up to two cache lines
+    __builtin_prefetch(p);
+    __builtin_prefetch(static_cast<const char*>(p) + 64);
+  };
+  static_assert(kReviewLookahead == 4, "one step per route ahead");
+  switch (ahead) {
+    case 4:
+      both(&route);
+      break;
+    case 3:
+      if (!route.routePrefColl().empty()) __builtin_prefetch(&*route.routePrefColl().begin());
+      break;
+    case 2:
+      for (const RoutePref::Ptr& rp : route.routePrefColl()) both(rp.get());
+      break;
+    case 1:
+      for (const RoutePref::Ptr& rp : route.routePrefColl()) {
+        rp->dedupViaKeyColl().table().prefetchFront();
+        if (const auto& viaSet = rp->dedupViaSetKey()) __builtin_prefetch(viaSet.get());
+      }
+      ribConfig_->routeColl().prefetch(ribKey(route.routeKey()));
+      break;
+    default:
+      break;
+  }
 }
 
 void RouteStatusSm::doReview() {
@@ -351,7 +381,14 @@ void RouteStatusSm::doReview() {
     handleRouteForRib(prefix, "doReview");
     // The clock is read after the evaluation, so every slice evaluates at least one route.
     const bool spent = Kel::currentTime() >= deadline;
-    next = routeAfter(prefix);
+    auto at = routeAfter(prefix);
+    next = at == routes.end() ? Route::Ptr() : *at;
+    if (next && !spent) {
+      // Nothing runs between here and the next evaluation, so the position stays valid.
+      for (size_t ahead = 1; ahead <= kReviewLookahead && ++at != routes.end(); ++ahead) {
+        prefetchForReview(**at, ahead);
+      }
+    }
     if (spent && next) {
       reviewBookmarkIs(next->routeKey());
       KEL_TRACE(trace_, 9, "Vrf: " << vrfName_.str() << ", " << "Suspending review at: " << next->routeKey().str());

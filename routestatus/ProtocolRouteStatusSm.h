@@ -185,9 +185,13 @@ class RouteStatusSm : public Kel::StateMachine {
                 const Rib::Ip::ViaConfig::PtrConst& ipViaConfig,
                 const Rib::ViaMetricStatusByVrf::PtrConst& viaMetricStatusByVrf, const std::string& ribString);
 
-  // The route after `prefix` in the status's hash order, found again by hash so that changes
+  using RouteIter = decltype(std::declval<const Status&>().routeColl().begin());
+  // The position after `prefix` in the status's hash order, found again by hash so that changes
   // made while `prefix` was evaluated cannot leave the walk on a stale position.
-  Route::Ptr routeAfter(const Velnet::IpGenPrefix& prefix) const;
+  RouteIter routeAfter(const Velnet::IpGenPrefix& prefix) const;
+  // How many routes ahead of its evaluation the review starts loading a route's objects.
+  static constexpr size_t kReviewLookahead = 4;
+  void prefetchForReview(const Route& route, size_t ahead) const noexcept;
   Rib::RouteKey ribKey(const Velnet::IpGenPrefix& prefix) const { return Rib::RouteKey(vrfId_, prefix); }
 
   void evaluateRoute(const Velnet::IpGenPrefix& prefix);
