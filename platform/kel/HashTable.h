@@ -365,6 +365,20 @@ class HashTable {
     __builtin_prefetch(revsOf(block_) + home);
     __builtin_prefetch(elemsOf(block_) + home);
   }
+  // Calls `f` on every element whose hash is `key`'s, without comparing keys: the element with
+  // `key` if present, and rarely others. A walk uses it after prefetch(key) to start loading what
+  // an element points to (an entity holding its own key) before the lookup that compares it.
+  template <class F>
+  void forHashMatches(const Key& key, F&& f) const {
+    if (!block_) return;
+    const uint32_t rev = revOfKey(key);
+    if (rev == kEmptyRev) return;  // would need the bitmap; not worth it for a hint
+    const uint32_t* revs = revsOf(block_);
+    const Elem* elems = elemsOf(block_);
+    size_t i = homeOf(rev, block_->homeSlots);
+    while (revs[i] < rev) ++i;
+    for (; revs[i] == rev; ++i) f(elems[i]);
+  }
   // The same for iteration from the start: the header, the first revs and the first elements.
   void prefetchFront() const noexcept {
     if (!block_) return;

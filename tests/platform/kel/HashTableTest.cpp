@@ -217,6 +217,30 @@ TEST(HashTable, LowerBoundPastLastElementIsEnd) {
             maxRev);
 }
 
+// What a walk prefetches ahead of its lookups: exactly the elements sharing the key's hash,
+// found from the key's home slot however long the run that holds them.
+TEST(HashTable, HashMatchesAreTheElementsSharingTheKeysHash) {
+  Map<ConstantForFewHundred> table;
+  for (uint32_t k = 0; k < 2000; k += 2) table.insert(Entry{k, k + 1});
+  const auto matches = [&](uint32_t key) {
+    std::set<uint32_t> seen;
+    table.forHashMatches(key, [&](const Entry& e) { seen.insert(e.key); });
+    return seen;
+  };
+  for (uint32_t key = 0; key < 2100; ++key) {  // present and absent keys, shared hashes or not
+    std::set<uint32_t> expected;
+    for (uint32_t k = 0; k < 2000; k += 2) {
+      if (ConstantForFewHundred()(k) == ConstantForFewHundred()(key)) expected.insert(k);
+    }
+    ASSERT_EQ(matches(key), expected) << key;
+  }
+  EXPECT_EQ(matches(7).size(), 200u);  // the run of the keys below 400
+  table.prefetch(1000);  // a hint only: nothing changes
+  EXPECT_EQ(table.size(), 1000u);
+  Map<ConstantForFewHundred> empty;
+  empty.forHashMatches(3, [](const Entry&) { ADD_FAILURE() << "an empty table has no elements"; });
+}
+
 TEST(HashTable, EraseEveryOtherDuringWalkKeepsTheRest) {
   for (uint32_t n : {1u, 2u, 5u, 37u, 2000u}) {
     Map<WeakHash> table;
