@@ -205,8 +205,7 @@ void ViaMetricStatusSm::handleRouteViaKey(const Status::Ptr& rs, const Route::Pt
   if (!forceDel && routePref->dedupViaKeyHas(viaKey)) {
     if (!rbvk) rbvk = routeByViaKeyIs(viaKey);
     KEL_ASSERT(rbvk);
-    if (!rbvk || rbvk->routeHas(indexKey)) return;
-    rbvk->routeIs(indexKey);
+    if (!rbvk || !rbvk->routeIs(indexKey)) return;
     // The route starts using the via: whatever it concluded without it is stale.
     route->routeChangedAtIs(Kel::currentTime());
     return;

@@ -453,7 +453,7 @@ class ValueHashMap {
   [[maybe_unused]] static inline const bool kelAttr_##attr =                  \
       ::Kel::registerAttr(kTypeName, #attr, #T, ::Kel::AttrKind::collection)
 
-// A set of values.
+// A set of values. `xIs(k)` returns whether k was new; only then are the notifiees told.
 #define KEL_SET(Key, attr, Attr)                                                  \
  private:                                                                         \
   ::Kel::ValueHashSet<Key> attr##_;                                               \
@@ -461,8 +461,10 @@ class ValueHashMap {
   bool attr##Has(const Key& k) const noexcept { return attr##_.contains(k); }     \
   size_t attr##s() const noexcept { return attr##_.size(); }                      \
   const auto& attr##Coll() const noexcept { return attr##_; }                     \
-  void attr##Is(const Key& k) {                                                   \
-    if (attr##_.insert(k)) notify(&NotifieeConst::on##Attr, k);                   \
+  bool attr##Is(const Key& k) {                                                   \
+    if (!attr##_.insert(k)) return false;                                         \
+    notify(&NotifieeConst::on##Attr, k);                                          \
+    return true;                                                                  \
   }                                                                               \
   bool attr##Del(const Key& k) {                                                  \
     if (!attr##_.erase(k)) return false;                                          \

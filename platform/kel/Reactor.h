@@ -16,12 +16,15 @@
 // machine or reactor reaches every reactor below it.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "platform/kel/Attribute.h"
 #include "platform/kel/Entity.h"
 #include "platform/kel/HashTable.h"
+#include "platform/kel/Memory.h"
 
 namespace Kel {
 
@@ -173,6 +176,115 @@ class ReactorMap : public ReactorContainerBase {
   HashMap<Key, R*> t_;
 };
 
+// Reactors of a collection that holds a few members at most (the alternatives of one route),
+// with the same contract as ReactorMap. A million routes watched each with a table of two
+// reactors would pay a hash-table block apiece; here the reactors sit in ascending key order in
+// the collection itself, kInline of them inline and more in a small block, and a lookup walks
+// them reading each one's key from its notifier.
+template <class Key, class R, unsigned kInline = 2>
+class SmallReactorMap : public ReactorContainerBase {
+ public:
+  using N = typename R::Notifier;
+  explicit SmallReactorMap(ReactorOwner* owner) noexcept : ReactorContainerBase(owner) {}
+  ~SmallReactorMap() { clear(); }
+
+  R* find(const Key& k) const noexcept {
+    const uint32_t i = lowerBound(k);
+    return i < size_ && slots()[i]->fwkKey() == k ? slots()[i] : nullptr;
+  }
+  bool contains(const Key& k) const noexcept { return find(k) != nullptr; }
+  size_t size() const noexcept { return size_; }
+  R* const* begin() const noexcept { return slots(); }
+  R* const* end() const noexcept { return slots() + size_; }
+  std::vector<Key> keys() const {
+    std::vector<Key> out;
+    for (R* r : *this) out.push_back(r->fwkKey());
+    return out;
+  }
+
+  template <class Owner, class... A>
+  R* is(Owner* owner, const Ptr<N const>& n, A&&... a) {
+    const Key k = n->kelKey();
+    if (R* old = find(k)) {
+      if (old->notifier() == n) return old;
+      old->handleDel();
+      if (find(k) == old) {
+        erase(old);
+        detail::zombieAndDefer(old);
+      }
+    }
+    reserve(size_ + 1);
+    R* r = new R(owner, n, std::forward<A>(a)...);
+    // The reactor's construction may have filled the room made above (nothing in the system
+    // does): growing cannot be undone then, so the reactor is retired if it fails.
+    try {
+      reserve(size_ + 1);
+    } catch (...) {
+      detail::zombieAndDefer(r);
+      throw;
+    }
+    const uint32_t i = lowerBound(k);
+    R** s = slots();
+    std::move_backward(s + i, s + size_, s + size_ + 1);
+    s[i] = r;
+    ++size_;
+    return r;
+  }
+  bool del(const Key& k) {
+    R* r = find(k);
+    if (!r) return false;
+    r->handleDel();
+    if (find(k) == r) {  // handleDel may itself have dropped it
+      erase(r);
+      detail::zombieAndDefer(r);
+    }
+    return true;
+  }
+  void delAll() {
+    for (const Key& k : keys()) del(k);
+  }
+  void clear() noexcept {
+    for (R* r : *this) detail::zombieAndDefer(r);
+    size_ = 0;
+    if (cap_ > kInline) smallFree(std::exchange(spill_, nullptr), cap_ * sizeof(R*));
+    cap_ = kInline;
+  }
+  void kelForEach(void (*fn)(ReactorBase&, bool), bool arg) override {
+    for (R* r : *this) fn(*r, arg);
+  }
+
+ private:
+  R** slots() noexcept { return cap_ > kInline ? spill_ : inline_; }
+  R* const* slots() const noexcept { return cap_ > kInline ? spill_ : inline_; }
+  uint32_t lowerBound(const Key& k) const noexcept {
+    uint32_t i = 0;
+    while (i < size_ && slots()[i]->fwkKey() < k) ++i;
+    return i;
+  }
+  void erase(R* r) noexcept {
+    R** s = slots();
+    R** at = std::find(s, s + size_, r);
+    std::move(at + 1, s + size_, at);
+    --size_;
+  }
+  void reserve(uint32_t n) {
+    if (n <= cap_) return;
+    const uint32_t cap = std::max(cap_ * 2, n);
+    R** grown = static_cast<R**>(smallAllocate(cap * sizeof(R*)));
+    std::copy(slots(), slots() + size_, grown);
+    if (cap_ > kInline) smallFree(spill_, cap_ * sizeof(R*));
+    spill_ = grown;
+    cap_ = cap;
+  }
+
+  union {
+    R* inline_[kInline];
+    R** spill_;
+  };
+  uint32_t size_ = 0;
+  uint32_t cap_ = kInline;
+};
+
 // A single reactor, present or not.
 template <class R>
 class ReactorPtr : public ReactorContainerBase {
@@ -231,8 +343,10 @@ class StateMachine : public Entity, public ReactorOwner {
 
 // A reactor collection attribute of a state machine (or reactor): `xIs(notifier)` creates the
 // reactor (a null notifier is refused with the framework's range error), `xDel(key)` runs its
-// handleDel and drops it, `x(key)` finds it.
-#define KEL_REACTOR_COLL(R, Key, attr)                                                         \
+// handleDel and drops it, `x(key)` finds it. KEL_REACTOR_COLL_OF names the container
+// (::Kel::SmallReactorMap for a collection of a few members at most).
+#define KEL_REACTOR_COLL(R, Key, attr) KEL_REACTOR_COLL_OF(::Kel::ReactorMap, R, Key, attr)
+#define KEL_REACTOR_COLL_OF(Container, R, Key, attr)                                           \
  public:                                                                                       \
   R* attr(const Key& k) const noexcept { return attr##_.find(k); }                             \
   bool attr##Has(const Key& k) const noexcept { return attr##_.contains(k); }                  \
@@ -246,7 +360,7 @@ class StateMachine : public Entity, public ReactorOwner {
   void attr##DelAll() { attr##_.delAll(); }                                                    \
                                                                                                \
  private:                                                                                      \
-  ::Kel::ReactorMap<Key, R> attr##_{this};                                                     \
+  Container<Key, R> attr##_{this};                                                             \
                                                                                                \
  public:                                                                                       \
   static_assert(true)

@@ -1,5 +1,6 @@
 // State machines and reactors: following a watched collection, zombies, recursive delivery
-// switches, and the lifetime of a reactor dropped from inside its own handler.
+// switches, and the lifetime of a reactor dropped from inside its own handler; each for both
+// reactor collections, the hash map and the small one.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -41,6 +42,16 @@ class Folder : public Kel::Entity {
 
 int gReactorsAlive = 0;
 
+struct Hashed {
+  template <class Key, class R>
+  using Map = Kel::ReactorMap<Key, R>;
+};
+struct Small {
+  template <class Key, class R>
+  using Map = Kel::SmallReactorMap<Key, R>;
+};
+
+template <class Kind>
 class WatchSm : public Kel::StateMachine {
  public:
   KEL_ENTITY(WatchSm, "Test::WatchSm");
@@ -48,35 +59,35 @@ class WatchSm : public Kel::StateMachine {
 
   class KelItem : public Kel::Reactor<WatchSm, Item> {
    public:
-    KelItem(WatchSm* owner, const Item::PtrConst& item) : Reactor(owner, item) { ++gReactorsAlive; }
+    KelItem(WatchSm* owner, const Item::PtrConst& item) : Kel::Reactor<WatchSm, Item>(owner, item) { ++gReactorsAlive; }
     ~KelItem() override { --gReactorsAlive; }
     void onSize() override {
-      if (isZombie()) return;
-      owner()->log.push_back("size " + fwkKey() + "=" + std::to_string(notifier()->size()));
-      if (owner()->dropOnSize) {
-        owner()->itemDel(fwkKey());
+      if (this->isZombie()) return;
+      this->owner()->log.push_back("size " + this->fwkKey() + "=" + std::to_string(this->notifier()->size()));
+      if (this->owner()->dropOnSize) {
+        this->owner()->itemDel(this->fwkKey());
         // Still alive: the reactor is destroyed only after this notification.
-        owner()->log.push_back("after drop " + fwkKey() + (isZombie() ? " zombie" : ""));
+        this->owner()->log.push_back("after drop " + this->fwkKey() + (this->isZombie() ? " zombie" : ""));
       }
     }
-    void handleDel() override { owner()->log.push_back("del " + fwkKey()); }
+    void handleDel() override { this->owner()->log.push_back("del " + this->fwkKey()); }
   };
 
   class KelFolder : public Kel::Reactor<WatchSm, Folder> {
    public:
-    using Reactor::Reactor;
+    using Kel::Reactor<WatchSm, Folder>::Reactor;
     void onItem(const std::string& k) override {
-      if (isZombie()) return;
-      if (auto item = notifier()->item(k)) {
-        owner()->itemIs(item);
+      if (this->isZombie()) return;
+      if (auto item = this->notifier()->item(k)) {
+        this->owner()->itemIs(item);
       } else {
-        owner()->itemDel(k);
+        this->owner()->itemDel(k);
       }
     }
   };
 
   KEL_REACTOR(KelFolder, folder);
-  KEL_REACTOR_COLL(KelItem, std::string, item);
+  KEL_REACTOR_COLL_OF(typename Kind::template Map, KelItem, std::string, item);
 
   static Kel::Ptr<WatchSm> WatchSmIs(const Folder::Ptr& f) { return Kel::Ptr<WatchSm>(new WatchSm(f)); }
 
@@ -85,31 +96,35 @@ class WatchSm : public Kel::StateMachine {
 
  private:
   explicit WatchSm(const Folder::Ptr& f) {
-    folderIs(f);
-    for (const auto& item : f->itemColl()) itemIs(item);
+    this->folderIs(f);
+    for (const auto& item : f->itemColl()) this->itemIs(item);
   }
 };
 
+template <class Kind>
 class ReactorTest : public ::testing::Test {
  protected:
+  using Sm = WatchSm<Kind>;
   Folder::Ptr folder = Folder::FolderIs();
 };
+using Kinds = ::testing::Types<Hashed, Small>;
+TYPED_TEST_SUITE(ReactorTest, Kinds);
 
-TEST_F(ReactorTest, CollectionOfReactorsFollowsTheWatchedCollection) {
-  folder->itemIs("a");
-  auto sm = WatchSm::WatchSmIs(folder);
+TYPED_TEST(ReactorTest, CollectionOfReactorsFollowsTheWatchedCollection) {
+  this->folder->itemIs("a");
+  auto sm = TestFixture::Sm::WatchSmIs(this->folder);
   EXPECT_EQ(sm->items(), 1u);
-  folder->itemIs("b")->sizeIs(2);
+  this->folder->itemIs("b")->sizeIs(2);
   EXPECT_EQ(sm->items(), 2u);
   EXPECT_EQ(sm->item("b")->fwkKey(), "b");
-  folder->itemDel("a");
+  this->folder->itemDel("a");
   EXPECT_EQ(sm->items(), 1u);
   EXPECT_EQ(sm->log, (Log{"size b=2", "del a"}));
 }
 
-TEST_F(ReactorTest, ZombieReactorIgnoresNotificationsUntilTheFlagIsCleared) {
-  auto item = folder->itemIs("a");
-  auto sm = WatchSm::WatchSmIs(folder);
+TYPED_TEST(ReactorTest, ZombieReactorIgnoresNotificationsUntilTheFlagIsCleared) {
+  auto item = this->folder->itemIs("a");
+  auto sm = TestFixture::Sm::WatchSmIs(this->folder);
   sm->item("a")->kelDoZombieReactors(true);
   item->sizeIs(1);
   sm->item("a")->kelDoZombieReactors(false);
@@ -117,12 +132,12 @@ TEST_F(ReactorTest, ZombieReactorIgnoresNotificationsUntilTheFlagIsCleared) {
   EXPECT_EQ(sm->log, (Log{"size a=2"}));
 }
 
-TEST_F(ReactorTest, DeliverySwitchOnTheMachineReachesNestedReactors) {
-  auto item = folder->itemIs("a");
-  auto sm = WatchSm::WatchSmIs(folder);
+TYPED_TEST(ReactorTest, DeliverySwitchOnTheMachineReachesNestedReactors) {
+  auto item = this->folder->itemIs("a");
+  auto sm = TestFixture::Sm::WatchSmIs(this->folder);
   sm->hasNotificationActiveIs(false);
   item->sizeIs(1);
-  folder->itemIs("b");  // the folder reactor is off too: no reactor for b
+  this->folder->itemIs("b");  // the folder reactor is off too: no reactor for b
   EXPECT_EQ(sm->items(), 1u);
   sm->hasNotificationActiveIs(false);  // same state again: nothing changes
   sm->hasNotificationActiveIs(true);
@@ -130,9 +145,9 @@ TEST_F(ReactorTest, DeliverySwitchOnTheMachineReachesNestedReactors) {
   EXPECT_EQ(sm->log, (Log{"size a=2"}));
 }
 
-TEST_F(ReactorTest, ReactorDroppedInItsOwnHandlerLivesUntilTheNotificationEnds) {
-  auto item = folder->itemIs("a");
-  auto sm = WatchSm::WatchSmIs(folder);
+TYPED_TEST(ReactorTest, ReactorDroppedInItsOwnHandlerLivesUntilTheNotificationEnds) {
+  auto item = this->folder->itemIs("a");
+  auto sm = TestFixture::Sm::WatchSmIs(this->folder);
   int before = gReactorsAlive;
   sm->dropOnSize = true;
   item->sizeIs(1);
@@ -142,22 +157,22 @@ TEST_F(ReactorTest, ReactorDroppedInItsOwnHandlerLivesUntilTheNotificationEnds) 
   EXPECT_EQ(item->notifieeList().size(), 0u);
 }
 
-TEST_F(ReactorTest, DestroyingTheMachineDropsReactorsWithoutTheirDeleteHandlers) {
-  folder->itemIs("a");
-  folder->itemIs("b");
+TYPED_TEST(ReactorTest, DestroyingTheMachineDropsReactorsWithoutTheirDeleteHandlers) {
+  this->folder->itemIs("a");
+  this->folder->itemIs("b");
   int before = gReactorsAlive;
   {
-    auto sm = WatchSm::WatchSmIs(folder);
+    auto sm = TestFixture::Sm::WatchSmIs(this->folder);
     EXPECT_EQ(gReactorsAlive, before + 2);
-    EXPECT_EQ(folder->notifieeList().size(), 1u);
+    EXPECT_EQ(this->folder->notifieeList().size(), 1u);
   }
   EXPECT_EQ(gReactorsAlive, before);
-  EXPECT_EQ(folder->notifieeList().size(), 0u);
-  EXPECT_EQ(folder->item("a")->notifieeList().size(), 0u);
+  EXPECT_EQ(this->folder->notifieeList().size(), 0u);
+  EXPECT_EQ(this->folder->item("a")->notifieeList().size(), 0u);
 }
 
-TEST_F(ReactorTest, NullNotifierToAReactorCollectionIsRefused) {
-  auto sm = WatchSm::WatchSmIs(folder);
+TYPED_TEST(ReactorTest, NullNotifierToAReactorCollectionIsRefused) {
+  auto sm = TestFixture::Sm::WatchSmIs(this->folder);
   try {
     sm->itemIs(nullptr);
     FAIL();
@@ -168,9 +183,9 @@ TEST_F(ReactorTest, NullNotifierToAReactorCollectionIsRefused) {
 
 // The entity the old reactor watched left the collection: its handleDel runs before the
 // newcomer's reactor exists.
-TEST_F(ReactorTest, ReactorReplacedWhenItsKeyNowNamesAnotherEntity) {
-  auto sm = WatchSm::WatchSmIs(folder);
-  auto first = folder->itemIs("a");
+TYPED_TEST(ReactorTest, ReactorReplacedWhenItsKeyNowNamesAnotherEntity) {
+  auto sm = TestFixture::Sm::WatchSmIs(this->folder);
+  auto first = this->folder->itemIs("a");
   // Another entity under the same key (the folder's member was replaced meanwhile).
   auto other = Kel::Ptr<Item>(Kel::Access::create<Item>(std::string("a")));
   sm->itemIs(other);
@@ -178,6 +193,33 @@ TEST_F(ReactorTest, ReactorReplacedWhenItsKeyNowNamesAnotherEntity) {
   first->sizeIs(5);
   other->sizeIs(6);
   EXPECT_EQ(sm->log, (Log{"del a", "size a=6"}));
+}
+
+
+// Past its two inline places the small collection moves its reactors into a block of their own,
+// keeps them in key order whatever the order of arrival, and gives the block back when emptied.
+TEST(SmallReactorMapTest, GrowsPastItsInlinePlacesInKeyOrderAndDropsEveryReactor) {
+  auto folder = Folder::FolderIs();
+  const int before = gReactorsAlive;
+  {
+    auto sm = WatchSm<Small>::WatchSmIs(folder);
+    for (const char* id : {"d", "b", "e", "a", "c"}) folder->itemIs(id);
+    EXPECT_EQ(sm->itemColl().keys(), (std::vector<std::string>{"a", "b", "c", "d", "e"}));
+    folder->itemDel("c");
+    folder->itemDel("a");
+    EXPECT_EQ(sm->itemColl().keys(), (std::vector<std::string>{"b", "d", "e"}));
+    for (const char* id : {"b", "d", "e"}) EXPECT_EQ(sm->item(id)->fwkKey(), id);
+    EXPECT_FALSE(sm->itemHas("a"));
+    EXPECT_FALSE(sm->itemHas("f"));
+    folder->item("d")->sizeIs(4);
+    EXPECT_EQ(sm->log, (Log{"del c", "del a", "size d=4"}));
+    EXPECT_EQ(gReactorsAlive, before + 3);
+    sm->itemDelAll();
+    EXPECT_EQ(sm->items(), 0u);
+    folder->itemIs("g");
+    EXPECT_EQ(sm->itemColl().keys(), (std::vector<std::string>{"g"}));
+  }
+  EXPECT_EQ(gReactorsAlive, before);
 }
 
 }  // namespace
