@@ -109,6 +109,15 @@ namespace detail {
 void zombieAndDefer(ReactorBase* r) noexcept;
 }
 
+// A reactor's key is its notifier's: a table of reactors stores the pointers alone, and reads a
+// key only where a lookup meets an equal hash.
+struct ReactorKeyOf {
+  template <class R>
+  decltype(auto) operator()(R* const& r) const noexcept {
+    return r->fwkKey();
+  }
+};
+
 // Reactors keyed by their notifier's key, owned by the collection.
 template <class Key, class R>
 class ReactorMap : public ReactorContainerBase {
@@ -118,8 +127,8 @@ class ReactorMap : public ReactorContainerBase {
   ~ReactorMap() { clear(); }
 
   R* find(const Key& k) const noexcept {
-    auto* e = t_.find(k);
-    return e ? e->value : nullptr;
+    R* const* e = t_.find(k);
+    return e ? *e : nullptr;
   }
   bool contains(const Key& k) const noexcept { return t_.contains(k); }
   size_t size() const noexcept { return t_.size(); }
@@ -127,7 +136,7 @@ class ReactorMap : public ReactorContainerBase {
   auto end() const { return t_.end(); }
   std::vector<Key> keys() const {
     std::vector<Key> out;
-    for (const auto& e : t_) out.push_back(e.key);
+    for (R* r : t_) out.push_back(r->fwkKey());
     return out;
   }
 
@@ -137,27 +146,33 @@ class ReactorMap : public ReactorContainerBase {
   // is built (the two may share parts, such as the vias of a replaced route).
   template <class Owner, class... A>
   R* is(Owner* owner, const Ptr<N const>& n, A&&... a) {
-    const Key k = n->kelKey();
-    if (auto* e = t_.find(k)) {
-      if (e->value->notifier() == n) return e->value;
-      R* old = e->value;
+    const Key& k = n->kelKey();
+    if (R* old = find(k)) {
+      if (old->notifier() == n) return old;
       old->handleDel();
-      if (auto* still = t_.find(k); still && still->value == old) {
+      if (find(k) == old) {
         t_.erase(k);
         detail::zombieAndDefer(old);
       }
     }
     R* r = new R(owner, n, std::forward<A>(a)...);
-    t_.insert(MapEntry<Key, R*>{k, r});
+    try {
+      t_.insert(r);
+    } catch (...) {  // no room to file it: it must not go on watching
+      detail::zombieAndDefer(r);
+      throw;
+    }
     return r;
   }
   // Runs the reactor's handleDel, then removes and retires it. Returns whether there was one.
   bool del(const Key& k) {
-    auto* e = t_.find(k);
-    if (!e) return false;
-    R* r = e->value;
+    R* r = find(k);
+    if (!r) return false;
     r->handleDel();
-    if (t_.erase(k)) detail::zombieAndDefer(r);  // handleDel may itself have dropped it
+    if (find(k) == r) {  // handleDel may itself have dropped it
+      t_.erase(k);
+      detail::zombieAndDefer(r);
+    }
     return true;
   }
   void delAll() {
@@ -165,15 +180,15 @@ class ReactorMap : public ReactorContainerBase {
   }
   // Retires every reactor without running handleDel (the owner is going away).
   void clear() noexcept {
-    for (auto& e : t_) detail::zombieAndDefer(e.value);
+    for (R* r : t_) detail::zombieAndDefer(r);
     t_.clear();
   }
   void kelForEach(void (*fn)(ReactorBase&, bool), bool arg) override {
-    for (auto& e : t_) fn(*e.value, arg);
+    for (R* r : t_) fn(*r, arg);
   }
 
  private:
-  HashMap<Key, R*> t_;
+  HashTable<R*, ReactorKeyOf, Key> t_;
 };
 
 // Reactors of a collection that holds a few members at most (the alternatives of one route),
