@@ -56,8 +56,27 @@ void NotifieeList::freeBlock(Block* b) noexcept {
   smallFree(b, sizeof(Block) + b->capacity * sizeof(NotifieeBase*));
 }
 
+NotifieeBase** NotifieeList::newPair(NotifieeBase* a, NotifieeBase* b) noexcept {
+  void* p = nullptr;
+  try {
+    p = smallAllocate(2 * sizeof(NotifieeBase*));
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+  auto** slots = static_cast<NotifieeBase**>(p);
+  slots[0] = a;
+  slots[1] = b;
+  return slots;
+}
+
+void NotifieeList::freePair(NotifieeBase** p) noexcept { smallFree(p, 2 * sizeof(NotifieeBase*)); }
+
 NotifieeList::~NotifieeList() {
-  if (bits_ & 1) freeBlock(block());
+  switch (bits_ & kTagMask) {
+    case kPair: freePair(pair()); break;
+    case kBlock: freeBlock(block()); break;
+    default: break;
+  }
 }
 
 size_t NotifieeList::size() const noexcept {
@@ -79,17 +98,23 @@ void NotifieeList::add(NotifieeBase* n) {
     bits_ = reinterpret_cast<uintptr_t>(n);
     return;
   }
-  if (!(bits_ & 1)) {
-    NotifieeBase* const both[] = {reinterpret_cast<NotifieeBase*>(bits_), n};
-    Block* b = newBlock(2, both, 2);
-    if (b == nullptr) throw std::bad_alloc();
-    bits_ = reinterpret_cast<uintptr_t>(b) | 1;
+  if ((bits_ & kTagMask) == kSingle) {
+    NotifieeBase** p = newPair(reinterpret_cast<NotifieeBase*>(bits_), n);
+    if (p == nullptr) throw std::bad_alloc();
+    bits_ = reinterpret_cast<uintptr_t>(p) | kPair;
     return;
   }
   if (!notificationInProgress()) compact();
-  if (!(bits_ & 1)) {
+  if ((bits_ & kTagMask) == kSingle) {
     add(n);
     return;
+  }
+  if ((bits_ & kTagMask) == kPair) {
+    // Both slots are taken (one may be cleared while a notification runs): n goes after them.
+    Block* b = newBlock(4, pair(), 2);
+    if (b == nullptr) throw std::bad_alloc();
+    freePair(pair());
+    bits_ = reinterpret_cast<uintptr_t>(b) | kBlock;
   }
   Block* b = block();
   if (b->size == b->capacity) {
@@ -97,40 +122,64 @@ void NotifieeList::add(NotifieeBase* n) {
     if (grown == nullptr) throw std::bad_alloc();
     freeBlock(b);
     b = grown;
-    bits_ = reinterpret_cast<uintptr_t>(b) | 1;
+    bits_ = reinterpret_cast<uintptr_t>(b) | kBlock;
   }
   b->slots()[b->size++] = n;
 }
 
 void NotifieeList::remove(NotifieeBase* n) noexcept {
-  if (!(bits_ & 1)) {
-    if (reinterpret_cast<NotifieeBase*>(bits_) != n) return;
-    bits_ = 0;
-    // Keep the slot during a notification, so that a notifiee added before it ends does not
-    // take the position being walked and hear an event that predates it.
-    if (notificationInProgress()) {
-      NotifieeBase* const cleared[] = {nullptr};
-      if (Block* b = newBlock(2, cleared, 1)) bits_ = reinterpret_cast<uintptr_t>(b) | 1;
-    }
-    return;
+  NotifieeBase** first = nullptr;
+  size_t count = 0;
+  switch (bits_ & kTagMask) {
+    case kSingle:
+      if (reinterpret_cast<NotifieeBase*>(bits_) != n) return;
+      bits_ = 0;
+      // Keep the slot during a notification, so that a notifiee added before it ends does not
+      // take the position being walked and hear an event that predates it.
+      if (notificationInProgress()) {
+        NotifieeBase* const cleared[] = {nullptr};
+        if (Block* b = newBlock(2, cleared, 1)) bits_ = reinterpret_cast<uintptr_t>(b) | kBlock;
+      }
+      return;
+    case kPair:
+      first = pair();
+      count = 2;
+      break;
+    default:
+      first = block()->slots();
+      count = block()->size;
+      break;
   }
-  Block* b = block();
-  NotifieeBase** end = b->slots() + b->size;
-  NotifieeBase** it = std::find(b->slots(), end, n);
-  if (it == end) return;
+  NotifieeBase** it = std::find(first, first + count, n);
+  if (it == first + count) return;
   *it = nullptr;
   if (!notificationInProgress()) compact();
 }
 
 void NotifieeList::compact() noexcept {
-  Block* b = block();
-  NotifieeBase** end = std::remove(b->slots(), b->slots() + b->size, nullptr);
-  b->size = static_cast<uint32_t>(end - b->slots());
-  if (b->size <= 1) {
-    NotifieeBase* only = b->size == 0 ? nullptr : b->slots()[0];
+  NotifieeBase* only = nullptr;
+  if ((bits_ & kTagMask) == kPair) {
+    NotifieeBase** p = pair();
+    if (p[0] && p[1]) return;
+    only = p[0] ? p[0] : p[1];
+    freePair(p);
+  } else {
+    Block* b = block();
+    NotifieeBase** end = std::remove(b->slots(), b->slots() + b->size, nullptr);
+    b->size = static_cast<uint32_t>(end - b->slots());
+    if (b->size > 2) return;
+    if (b->size == 2) {
+      // Two left go into a pair if there is memory for one; the block stays otherwise.
+      NotifieeBase** p = newPair(b->slots()[0], b->slots()[1]);
+      if (p == nullptr) return;
+      freeBlock(b);
+      bits_ = reinterpret_cast<uintptr_t>(p) | kPair;
+      return;
+    }
+    only = b->size == 1 ? b->slots()[0] : nullptr;
     freeBlock(b);
-    bits_ = reinterpret_cast<uintptr_t>(only);
   }
+  bits_ = reinterpret_cast<uintptr_t>(only);
 }
 
 NotifieeBase::~NotifieeBase() {

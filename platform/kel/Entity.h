@@ -63,13 +63,17 @@ class NotifieeList {
   bool empty() const noexcept { return bits_ == 0; }
   // Slots, including cleared ones; stable during a notification.
   size_t slots() const noexcept {
-    if (bits_ == 0) return 0;
-    if (!(bits_ & 1)) return 1;
-    return block()->size;
+    switch (bits_ & kTagMask) {
+      case kSingle: return bits_ == 0 ? 0 : 1;
+      case kPair: return 2;
+      default: return block()->size;
+    }
   }
   NotifieeBase* at(size_t i) const noexcept {
-    if (!(bits_ & 1)) return reinterpret_cast<NotifieeBase*>(bits_);
-    return block()->slots()[i];
+    if ((bits_ & kTagMask) == kSingle) return reinterpret_cast<NotifieeBase*>(bits_);
+    // A pair's slots start at its address, a block's after its header.
+    const uintptr_t slots = (bits_ & ~kTagMask) + (bits_ & kBlock) * sizeof(Block);
+    return reinterpret_cast<NotifieeBase* const*>(slots)[i];
   }
   // Registered notifiees.
   size_t size() const noexcept;
@@ -79,20 +83,29 @@ class NotifieeList {
   void remove(NotifieeBase* n) noexcept;
 
  private:
-  // Two or more slots: a small block holding a header and the slots right after it. Most
-  // entities of a route have two notifiees (one reactor of each machine that watches it), which
-  // this keeps in one 32-byte block where a std::vector took two heap chunks.
+  // The word's two low bits say what it holds (notifiees and blocks are at least 4-aligned):
+  // nothing or one notifiee, a pair, or a block with a header. Most entities of a route have two
+  // notifiees (one reactor of each machine that watches it): a pair keeps them in a 16-byte small
+  // block of two slots and nothing else. Either slot may be cleared during a notification.
+  static constexpr uintptr_t kTagMask = 3, kSingle = 0, kBlock = 1, kPair = 2;
+  // Three or more slots, or a single notifiee removed during a notification: a small block
+  // holding a header and the slots right after it.
   struct Block {
     uint32_t size;
     uint32_t capacity;
     NotifieeBase** slots() noexcept { return reinterpret_cast<NotifieeBase**>(this + 1); }
   };
   static_assert(sizeof(Block) % alignof(NotifieeBase*) == 0);
-  Block* block() const noexcept { return reinterpret_cast<Block*>(bits_ & ~uintptr_t(1)); }
+  Block* block() const noexcept { return reinterpret_cast<Block*>(bits_ & ~kTagMask); }
+  NotifieeBase** pair() const noexcept { return reinterpret_cast<NotifieeBase**>(bits_ & ~kTagMask); }
   // A block of `capacity` slots holding `size` slots copied from `from`; nullptr when there is no
   // memory.
   static Block* newBlock(uint32_t capacity, NotifieeBase* const* from, uint32_t size) noexcept;
   static void freeBlock(Block* b) noexcept;
+  // A pair holding `a` and `b`; nullptr when there is no memory.
+  static NotifieeBase** newPair(NotifieeBase* a, NotifieeBase* b) noexcept;
+  static void freePair(NotifieeBase** p) noexcept;
+  // Drops cleared slots, and takes the smallest form that holds the rest.
   void compact() noexcept;
 
   uintptr_t bits_ = 0;

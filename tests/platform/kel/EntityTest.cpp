@@ -325,6 +325,34 @@ TEST(EntityNotification, ManyNotifieesKeepTheirTurnsWhileTheListGrowsAndShrinks)
   EXPECT_EQ(w->notifieeList().slots(), 1u);
 }
 
+// Two notifiees share a two-slot pair. One leaving and another arriving within a notification
+// leaves the newcomer after both slots, out of the walk; the list then shrinks back.
+TEST(EntityNotification, APairKeepsItsTurnsWhenOneLeavesAndAnotherArrivesDuringANotification) {
+  auto w = Widget::WidgetIs("w");
+  Log log;
+  auto a = std::make_unique<Remover>(w, &log, "a");
+  Remover b(w, &log, "b");
+  std::unique_ptr<Remover> late;
+  EXPECT_EQ(w->notifieeList().slots(), 2u);
+  a->action = [&] {
+    a->isRegisteredNotifieeIs(false);
+    late = std::make_unique<Remover>(w, &log, "late");
+  };
+  w->colorIs(1);
+  EXPECT_EQ(log, (Log{"a", "b"}));
+  log.clear();
+  w->colorIs(2);
+  EXPECT_EQ(log, (Log{"b", "late"}));
+  EXPECT_EQ(w->notifieeList().size(), 2u);
+  b.isRegisteredNotifieeIs(false);
+  EXPECT_EQ(w->notifieeList().slots(), 1u);
+  a = std::make_unique<Remover>(w, &log, "again");
+  EXPECT_EQ(w->notifieeList().slots(), 2u);
+  log.clear();
+  w->colorIs(3);
+  EXPECT_EQ(log, (Log{"late", "again"}));
+}
+
 TEST(EntityNotification, NotifierOutlivesItsNotificationWhenAHandlerDropsIt) {
   Widget::Ptr w = Widget::WidgetIs("w");
   Log log;
