@@ -39,6 +39,7 @@
 #include "platform/kel/Entity.h"
 #include "platform/kel/Exception.h"
 #include "platform/kel/HashTable.h"
+#include "platform/kel/Memory.h"
 #include "platform/kel/Reflection.h"
 #include "platform/kel/Text.h"
 
@@ -232,14 +233,17 @@ class EntityOrderedCollection {
   }
 
  private:
-  typename std::vector<Ptr<T>>::const_iterator lower(const Key& k) const noexcept {
+  // A route's alternatives, one such list per route: in small blocks, without malloc's header.
+  using Vector = std::vector<Ptr<T>, SmallBlockAllocator<Ptr<T>>>;
+
+  typename Vector::const_iterator lower(const Key& k) const noexcept {
     return std::lower_bound(v_.begin(), v_.end(), k, [](const Ptr<T>& p, const Key& key) { return p->kelKey() < key; });
   }
-  typename std::vector<Ptr<T>>::iterator lower(const Key& k) noexcept {
+  typename Vector::iterator lower(const Key& k) noexcept {
     return std::lower_bound(v_.begin(), v_.end(), k, [](const Ptr<T>& p, const Key& key) { return p->kelKey() < key; });
   }
 
-  std::vector<Ptr<T>> v_;
+  Vector v_;
 };
 
 template <class K>

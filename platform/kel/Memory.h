@@ -44,6 +44,22 @@ void largeFree(void* p, size_t bytes) noexcept;
 // Bytes of slabs taken from the system so far, by all threads.
 size_t smallBlockSlabBytes() noexcept;
 
+// An allocator over small blocks, for containers of a few elements held by the million (the
+// alternatives of a route): a block costs its rounded size only, without malloc's chunk header.
+template <class T>
+struct SmallBlockAllocator {
+  using value_type = T;
+  SmallBlockAllocator() noexcept = default;
+  template <class U>
+  SmallBlockAllocator(const SmallBlockAllocator<U>&) noexcept {}  // NOLINT: rebinding converts
+  T* allocate(size_t n) { return static_cast<T*>(smallAllocate(n * sizeof(T))); }
+  void deallocate(T* p, size_t n) noexcept { smallFree(p, n * sizeof(T)); }
+  template <class U>
+  bool operator==(const SmallBlockAllocator<U>&) const noexcept {
+    return true;
+  }
+};
+
 // Every class with its objects in small blocks derives from this (or declares the same
 // operators): allocation by its dynamic size, release by the size its virtual destructor reports.
 class SmallBlockObject {

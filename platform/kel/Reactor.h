@@ -86,8 +86,9 @@ class Reactor : public N::NotifieeConst, public ReactorBase {
   Reactor(Owner* owner, const Ptr<N const>& notifier) : owner_(owner) { this->notifierIs(notifier); }
 
   Owner* owner() const noexcept { return owner_; }
-  // The key of the watched entity.
-  decltype(auto) fwkKey() const noexcept { return this->notifier()->kelKey(); }
+  // The key of the watched entity, read through the held reference: reactor tables compare keys
+  // this way, and a counted copy of the notifier would write to it on every comparison.
+  decltype(auto) fwkKey() const noexcept { return static_cast<N const*>(this->notifierBase())->kelKey(); }
 
   void kelDoZombieReactors(bool zombie) override {
     if (zombie == this->isZombie()) return;
