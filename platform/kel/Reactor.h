@@ -119,25 +119,18 @@ struct ReactorKeyOf {
   }
 };
 
-// Reactors keyed by their notifier's key, owned by the collection.
-template <class Key, class R>
-class ReactorMap : public ReactorContainerBase {
+// What every keyed reactor collection does, over the storage a derived class gives it: `find`,
+// iteration over the reactors, `file(r)` (may throw, leaving the collection as it was) and
+// `unfile(r)`. The reactors are owned by the collection.
+template <class Derived, class Key, class R>
+class ReactorCollection : public ReactorContainerBase {
  public:
   using N = typename R::Notifier;
-  explicit ReactorMap(ReactorOwner* owner) noexcept : ReactorContainerBase(owner) {}
-  ~ReactorMap() { clear(); }
 
-  R* find(const Key& k) const noexcept {
-    R* const* e = t_.find(k);
-    return e ? *e : nullptr;
-  }
-  bool contains(const Key& k) const noexcept { return t_.contains(k); }
-  size_t size() const noexcept { return t_.size(); }
-  auto begin() const { return t_.begin(); }
-  auto end() const { return t_.end(); }
+  bool contains(const Key& k) const noexcept { return self().find(k) != nullptr; }
   std::vector<Key> keys() const {
     std::vector<Key> out;
-    for (R* r : t_) out.push_back(r->fwkKey());
+    for (R* r : self()) out.push_back(r->fwkKey());
     return out;
   }
 
@@ -148,17 +141,17 @@ class ReactorMap : public ReactorContainerBase {
   template <class Owner, class... A>
   R* is(Owner* owner, const Ptr<N const>& n, A&&... a) {
     const Key& k = n->kelKey();
-    if (R* old = find(k)) {
+    if (R* old = self().find(k)) {
       if (old->notifier() == n) return old;
       old->handleDel();
-      if (find(k) == old) {
-        t_.erase(k);
+      if (self().find(k) == old) {
+        self().unfile(old);
         detail::zombieAndDefer(old);
       }
     }
     R* r = new R(owner, n, std::forward<A>(a)...);
     try {
-      t_.insert(r);
+      self().file(r);
     } catch (...) {  // no room to file it: it must not go on watching
       detail::zombieAndDefer(r);
       throw;
@@ -167,11 +160,11 @@ class ReactorMap : public ReactorContainerBase {
   }
   // Runs the reactor's handleDel, then removes and retires it. Returns whether there was one.
   bool del(const Key& k) {
-    R* r = find(k);
+    R* r = self().find(k);
     if (!r) return false;
     r->handleDel();
-    if (find(k) == r) {  // handleDel may itself have dropped it
-      t_.erase(k);
+    if (self().find(k) == r) {  // handleDel may itself have dropped it
+      self().unfile(r);
       detail::zombieAndDefer(r);
     }
     return true;
@@ -179,97 +172,75 @@ class ReactorMap : public ReactorContainerBase {
   void delAll() {
     for (const Key& k : keys()) del(k);
   }
+  void kelForEach(void (*fn)(ReactorBase&, bool), bool arg) override {
+    for (R* r : self()) fn(*r, arg);
+  }
+
+ protected:
+  explicit ReactorCollection(ReactorOwner* owner) noexcept : ReactorContainerBase(owner) {}
+  ~ReactorCollection() override = default;
+
+ private:
+  Derived& self() noexcept { return static_cast<Derived&>(*this); }
+  const Derived& self() const noexcept { return static_cast<const Derived&>(*this); }
+};
+
+// Reactors in a hash table by their notifier's key.
+template <class Key, class R>
+class ReactorMap : public ReactorCollection<ReactorMap<Key, R>, Key, R> {
+ public:
+  explicit ReactorMap(ReactorOwner* owner) noexcept : ReactorCollection<ReactorMap, Key, R>(owner) {}
+  ~ReactorMap() override { clear(); }
+
+  R* find(const Key& k) const noexcept {
+    R* const* e = t_.find(k);
+    return e ? *e : nullptr;
+  }
+  size_t size() const noexcept { return t_.size(); }
+  auto begin() const { return t_.begin(); }
+  auto end() const { return t_.end(); }
   // Retires every reactor without running handleDel (the owner is going away).
   void clear() noexcept {
     for (R* r : t_) detail::zombieAndDefer(r);
     t_.clear();
   }
-  void kelForEach(void (*fn)(ReactorBase&, bool), bool arg) override {
-    for (R* r : t_) fn(*r, arg);
-  }
 
  private:
+  friend class ReactorCollection<ReactorMap, Key, R>;
+  void file(R* r) { t_.insert(r); }
+  void unfile(R* r) noexcept { t_.erase(r->fwkKey()); }
+
   HashTable<R*, ReactorKeyOf, Key> t_;
 };
 
-// Reactors of a collection that holds a few members at most (the alternatives of one route),
-// with the same contract as ReactorMap. A million routes watched each with a table of two
-// reactors would pay a hash-table block apiece; here the reactors sit in ascending key order in
-// the collection itself, kInline of them inline and more in a small block, and a lookup walks
-// them reading each one's key from its notifier.
+// Reactors of a collection that holds a few members at most (the alternatives of one route).
+// A million routes watched each with a table of two reactors would pay a hash-table block
+// apiece; here the reactors sit in ascending key order in the collection itself, kInline of them
+// inline and more in a small block, and a lookup walks them reading each one's key from its
+// notifier.
 template <class Key, class R, unsigned kInline = 2>
-class SmallReactorMap : public ReactorContainerBase {
+class SmallReactorMap : public ReactorCollection<SmallReactorMap<Key, R, kInline>, Key, R> {
  public:
-  using N = typename R::Notifier;
-  explicit SmallReactorMap(ReactorOwner* owner) noexcept : ReactorContainerBase(owner) {}
-  ~SmallReactorMap() { clear(); }
+  explicit SmallReactorMap(ReactorOwner* owner) noexcept
+      : ReactorCollection<SmallReactorMap, Key, R>(owner) {}
+  ~SmallReactorMap() override { clear(); }
 
   R* find(const Key& k) const noexcept {
     const uint32_t i = lowerBound(k);
     return i < size_ && slots()[i]->fwkKey() == k ? slots()[i] : nullptr;
   }
-  bool contains(const Key& k) const noexcept { return find(k) != nullptr; }
   size_t size() const noexcept { return size_; }
   R* const* begin() const noexcept { return slots(); }
   R* const* end() const noexcept { return slots() + size_; }
-  std::vector<Key> keys() const {
-    std::vector<Key> out;
-    for (R* r : *this) out.push_back(r->fwkKey());
-    return out;
-  }
-
-  template <class Owner, class... A>
-  R* is(Owner* owner, const Ptr<N const>& n, A&&... a) {
-    const Key k = n->kelKey();
-    if (R* old = find(k)) {
-      if (old->notifier() == n) return old;
-      old->handleDel();
-      if (find(k) == old) {
-        erase(old);
-        detail::zombieAndDefer(old);
-      }
-    }
-    reserve(size_ + 1);
-    R* r = new R(owner, n, std::forward<A>(a)...);
-    // The reactor's construction may have filled the room made above (nothing in the system
-    // does): growing cannot be undone then, so the reactor is retired if it fails.
-    try {
-      reserve(size_ + 1);
-    } catch (...) {
-      detail::zombieAndDefer(r);
-      throw;
-    }
-    const uint32_t i = lowerBound(k);
-    R** s = slots();
-    std::move_backward(s + i, s + size_, s + size_ + 1);
-    s[i] = r;
-    ++size_;
-    return r;
-  }
-  bool del(const Key& k) {
-    R* r = find(k);
-    if (!r) return false;
-    r->handleDel();
-    if (find(k) == r) {  // handleDel may itself have dropped it
-      erase(r);
-      detail::zombieAndDefer(r);
-    }
-    return true;
-  }
-  void delAll() {
-    for (const Key& k : keys()) del(k);
-  }
   void clear() noexcept {
     for (R* r : *this) detail::zombieAndDefer(r);
     size_ = 0;
     if (cap_ > kInline) smallFree(std::exchange(spill_, nullptr), cap_ * sizeof(R*));
     cap_ = kInline;
   }
-  void kelForEach(void (*fn)(ReactorBase&, bool), bool arg) override {
-    for (R* r : *this) fn(*r, arg);
-  }
 
  private:
+  friend class ReactorCollection<SmallReactorMap, Key, R>;
   R** slots() noexcept { return cap_ > kInline ? spill_ : inline_; }
   R* const* slots() const noexcept { return cap_ > kInline ? spill_ : inline_; }
   uint32_t lowerBound(const Key& k) const noexcept {
@@ -277,15 +248,22 @@ class SmallReactorMap : public ReactorContainerBase {
     while (i < size_ && slots()[i]->fwkKey() < k) ++i;
     return i;
   }
-  void erase(R* r) noexcept {
+  void file(R* r) {
+    if (size_ == cap_) grow();
+    const uint32_t i = lowerBound(r->fwkKey());
+    R** s = slots();
+    std::move_backward(s + i, s + size_, s + size_ + 1);
+    s[i] = r;
+    ++size_;
+  }
+  void unfile(R* r) noexcept {
     R** s = slots();
     R** at = std::find(s, s + size_, r);
     std::move(at + 1, s + size_, at);
     --size_;
   }
-  void reserve(uint32_t n) {
-    if (n <= cap_) return;
-    const uint32_t cap = std::max(cap_ * 2, n);
+  void grow() {
+    const uint32_t cap = cap_ * 2;
     R** grown = static_cast<R**>(smallAllocate(cap * sizeof(R*)));
     std::copy(slots(), slots() + size_, grown);
     if (cap_ > kInline) smallFree(spill_, cap_ * sizeof(R*));
