@@ -57,8 +57,9 @@
 // and iteration without bound checks. Tables of up to four elements are filled to 100% (their runs
 // are at most four long anyway) so that the sets of one or two vias that abound cost a few words.
 //
-// Beyond that the load stays between 7/8 (then the home slots grow by a third) and 1/5 (then the
-// table shrinks, so that skipping empty slots stays O(1)). The numbers come from memory: a slot
+// Beyond that the load stays between 7/8 (then the home slots grow by a third) and about 1/5 (then
+// the table shrinks, so that skipping empty slots stays O(1), unless shrinking would pile the
+// elements left into one end of it; see shrinkIfSparse). The numbers come from memory: a slot
 // costs sizeof(Elem) + 4 bytes and a bit, and right after growing the load is 21/32, so an entry
 // costs at most about 1.52 * (sizeof(Elem) + 4) bytes. A node-based map pays sizeof(Elem) plus a
 // next pointer, rounded up to the allocator's 16 bytes with 8 bytes of chunk header, plus 8 to 16
@@ -580,13 +581,15 @@ class HashTable {
     return i;
   }
 
+  // A run longer than this is no longer O(1) to scan or to shift.
+  static constexpr size_t kLongRun = 256;
+
   // Whether inserting at `at` would make a run too long to keep operations O(1): the load is
   // bounded only on average, and keys that arrive in (or stay within) a narrow range of the hash
   // order, as a walk in iteration order inserts them into another table, pile up in a few home
   // slots. Growing spreads them. A run of equal hashes gains nothing from more slots, and under an
   // eighth of the average load the table no longer grows for this, so memory stays bounded.
   bool crowded(uint32_t rev, size_t at) const noexcept {
-    constexpr size_t kLongRun = 256;
     size_t home = homeOf(rev, block_->homeSlots);
     if (nextEmpty(block_, at) - home <= kLongRun) return false;
     if (revsOf(block_)[home] == rev) return false;
@@ -660,8 +663,17 @@ class HashTable {
     --block_->size;
   }
 
-  // Keeps the load above 20% so that skipping empty slots stays O(1); frees an emptied table.
-  // `slot` is a slot index to carry over into the new layout. A failed allocation skips the shrink.
+  // Keeps the load above about a tenth so that skipping empty slots stays O(1); frees an emptied
+  // table. `slot` is a slot index to carry over into the new layout. A failed allocation skips the
+  // shrink.
+  //
+  // The elements left after a walk that erases as it goes (a backlog worked off in iteration
+  // order) hold only the far end of the hash order; in fewer home slots their homes would crowd
+  // into that end of the table as one long run, which every following erase at its front shifts
+  // whole, making the rest of the walk quadratic. So the smaller table is laid out in a dry run
+  // first and taken only if no element would sit more than a long run from its home; otherwise
+  // the next power of two of home slots is tried, up to half the present table. The check runs
+  // when the size reaches a power of two, so a refused shrink costs its passes once per halving.
   void shrinkIfSparse(size_t& slot) noexcept {
     size_t n = block_->size;
     if (n == 0) {
@@ -670,12 +682,32 @@ class HashTable {
       slot = 0;
       return;
     }
-    if (block_->homeSlots < kMinShrinkSlots || n >= block_->homeSlots / kMinLoadDen) return;
+    if (block_->homeSlots < kMinShrinkSlots || n >= block_->homeSlots / kMinLoadDen ||
+        !std::has_single_bit(n)) {
+      return;
+    }
     try {
-      size_t home = homeSlotsFor(n + n / 2);
-      rebuild(home, tailSlack(home), 0, &slot);
+      for (size_t home = homeSlotsFor(n + n / 2); home <= block_->homeSlots / 2; home *= 2) {
+        if (longestDisplacementIn(home) > kLongRun) continue;
+        rebuild(home, tailSlack(home), 0, &slot);
+        return;
+      }
     } catch (const std::bad_alloc&) {
     }
+  }
+
+  // How far from its home the farthest element would sit in a layout of `homeSlots` home slots.
+  size_t longestDisplacementIn(size_t homeSlots) const noexcept {
+    const uint32_t* revs = revsOf(block_);
+    size_t next = 0, longest = 0;
+    for (size_t i = nextOccupied(block_, 0); i < block_->capacity;
+         i = nextOccupied(block_, i + 1)) {
+      size_t home = homeOf(revs[i], homeSlots);
+      size_t at = std::max(home, next);
+      longest = std::max(longest, at - home);
+      next = at + 1;
+    }
+    return longest;
   }
 
   // Moves every element into a new block of `homeSlots` home slots, in order, each at
