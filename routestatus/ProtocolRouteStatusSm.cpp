@@ -149,6 +149,8 @@ void RouteStatusSm::handleRouteForRib(const Velnet::IpGenPrefix& prefix, const c
 }
 
 void RouteStatusSm::evaluateRoute(const Velnet::IpGenPrefix& prefix) {
+  // The RIB's entry is read last, after the alternatives and their vias: start loading it now.
+  ribConfig_->routeColl().prefetch(ribKey(prefix));
   Route::Ptr route = status_->route(prefix);
   if (!route) {
     doDelRoute(prefix);
