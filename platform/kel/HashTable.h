@@ -387,7 +387,6 @@ class HashTable {
     __builtin_prefetch(elemsOf(block_));
   }
 
-  // Heap bytes held by the table itself (not by what its elements own).
   // The farthest any element sits from its home slot: what a lookup may have to scan (for tests).
   size_t longestDisplacement() const noexcept {
     if (!block_) return 0;
@@ -400,6 +399,7 @@ class HashTable {
     return longest;
   }
 
+  // Heap bytes held by the table itself (not by what its elements own).
   size_t bytesUsed() const noexcept { return block_ ? layoutFor(block_->capacity).bytes : 0; }
 
   // Checks every structural invariant, including that each stored rev matches its element's key
