@@ -30,7 +30,9 @@
 // element with rev >= r is found by going to home(r) and skipping the occupied slots with rev < r:
 // nothing before home(r) can have rev >= r (its home would be at or after home(r)), and an empty
 // slot ends the search because anything after it has its home past it, hence a larger rev. Both
-// lookups and resumes therefore cost one run of the table, O(1) expected at bounded load.
+// lookups and resumes therefore cost one run of the table, O(1) expected at bounded load. Since
+// the occupied slots from home(r) on read "below r" up to one point and "not below" after it, the
+// skip gallops over long runs (see firstNotBelow), so even a run of thousands costs a logarithm.
 //
 // An insert finds its place inside the run (after any equal revs) and shifts the rest of the run
 // right by one slot into the next empty slot; an erase shifts the following elements that are not
@@ -347,9 +349,7 @@ class HashTable {
   iterator lowerBoundHash(uint32_t hash) noexcept {
     if (!block_) return end();
     uint32_t rev = bitReverse32(hash);
-    const uint32_t* revs = revsOf(block_);
-    size_t i = homeOf(rev, block_->homeSlots);
-    while (revs[i] < rev) ++i;
+    size_t i = firstNotBelow(block_, homeOf(rev, block_->homeSlots), rev);
     // Slot i is empty, the sentinel, or the first element with rev >= `rev`.
     return iterator(block_, nextOccupied(block_, i));
   }
@@ -376,9 +376,10 @@ class HashTable {
     if (rev == kEmptyRev) return;  // would need the bitmap; not worth it for a hint
     const uint32_t* revs = revsOf(block_);
     const Elem* elems = elemsOf(block_);
-    size_t i = homeOf(rev, block_->homeSlots);
-    while (revs[i] < rev) ++i;
-    for (; revs[i] == rev; ++i) f(elems[i]);
+    for (size_t i = firstNotBelow(block_, homeOf(rev, block_->homeSlots), rev); revs[i] == rev;
+         ++i) {
+      f(elems[i]);
+    }
   }
   // The same for iteration from the start: the header, the first revs and the first elements.
   void prefetchFront() const noexcept {
@@ -515,6 +516,36 @@ class HashTable {
     return std::min<size_t>(w * kWordBits + static_cast<size_t>(std::countr_zero(x)), h->capacity);
   }
 
+  // The first slot from `i` on whose rev is not below `rev` (an empty slot, the sentinel or an
+  // element), where `i` is at or after rev's home and no element before `i` in its run is at or
+  // above `rev`. Linear over the first cache line of revs, then galloping and bisecting: keys
+  // that arrive in hash order (a walk copied into another table) pile up in runs of thousands in
+  // a table sized for the keys so far, and scanning those slot by slot made such a copy
+  // quadratic. The search is sound because an element below `rev` past its home proves every
+  // slot between occupied by elements below `rev` (an empty slot between would put that
+  // element's home, and so its rev, past `rev`'s), so "rev not below" holds from one slot on.
+  static size_t firstNotBelow(const Header* h, size_t i, uint32_t rev) noexcept {
+    const uint32_t* revs = revsOf(h);
+    // The sentinel at `capacity` stops this loop at the latest.
+    for (const size_t end = i + kLinearScan; i < end; ++i) {
+      if (revs[i] >= rev) return i;
+    }
+    size_t below = i - 1, at = h->capacity;  // revs[below] < rev <= revs[at]
+    for (size_t step = kLinearScan; below + step < at; step *= 2) {
+      if (revs[below + step] >= rev) {
+        at = below + step;
+        break;
+      }
+      below += step;
+    }
+    while (at - below > 1) {
+      const size_t mid = below + (at - below) / 2;
+      (revs[mid] < rev ? below : at) = mid;
+    }
+    return at;
+  }
+  static constexpr size_t kLinearScan = 16;
+
   static size_t homeOf(uint32_t rev, size_t homeSlots) noexcept {
     return static_cast<size_t>((uint64_t(rev) * homeSlots) >> 32);
   }
@@ -552,8 +583,7 @@ class HashTable {
   Probe probe(uint32_t rev, const Key& key) const noexcept {
     const uint32_t* revs = revsOf(block_);
     const Elem* elems = elemsOf(block_);
-    size_t i = homeOf(rev, block_->homeSlots);
-    while (revs[i] < rev) ++i;
+    size_t i = firstNotBelow(block_, homeOf(rev, block_->homeSlots), rev);
     if (rev != kEmptyRev) [[likely]] {
       for (; revs[i] == rev; ++i) {
         if (eq_(keyOf_(elems[i]), key)) return {i, true};
@@ -570,8 +600,7 @@ class HashTable {
   // Where an element with `rev` goes: after every element with rev <= `rev` in its run.
   size_t insertionSlot(uint32_t rev) const noexcept {
     const uint32_t* revs = revsOf(block_);
-    size_t i = homeOf(rev, block_->homeSlots);
-    while (revs[i] < rev) ++i;
+    size_t i = firstNotBelow(block_, homeOf(rev, block_->homeSlots), rev);
     if (rev != kEmptyRev) [[likely]] {
       while (revs[i] == rev) ++i;
     } else {

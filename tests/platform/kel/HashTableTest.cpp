@@ -355,6 +355,40 @@ TEST(HashTable, KeysArrivingInHashOrderDoNotPileUp) {
   EXPECT_LE(target.longestDisplacement(), 260u);
 }
 
+TEST(HashTable, LookupsAcrossRunsOfThousandsFindEveryKey) {
+  // The first keys of a large table's order, copied in that order: the target stops growing for
+  // them at an eighth of its load, and they pile into runs thousands of slots long, which lookups,
+  // inserts and resumes search by galloping rather than slot by slot.
+  Map<Kel::Hash<uint32_t>> source;
+  for (uint32_t k = 0; k < 200000; ++k) source.insert(Entry{k, k});
+  Map<Kel::Hash<uint32_t>> target;
+  std::vector<uint32_t> copied;
+  for (const auto& e : source) {
+    target.insert(Entry{e.key, ~e.key});
+    copied.push_back(e.key);
+    if (copied.size() == 3000) break;
+  }
+  ASSERT_TRUE(target.invariantsHold());
+  ASSERT_GT(target.longestDisplacement(), 1000u);
+  for (uint32_t key : copied) {
+    const Entry* found = target.find(key);
+    ASSERT_TRUE(found != nullptr) << key;
+    ASSERT_EQ(found->value, ~key);
+    expectResumesAt<Kel::Hash<uint32_t>>(target, key);
+    size_t matches = 0;
+    target.forHashMatches(key, [&](const Entry& e) { matches += e.key == key; });
+    ASSERT_EQ(matches, 1u) << key;
+  }
+  // Keys further along the order are absent; an insert among the piled keys lands in place.
+  for (uint32_t k = 200000; k < 201000; ++k) {
+    ASSERT_FALSE(target.contains(k)) << k;
+    expectResumesAt<Kel::Hash<uint32_t>>(target, k);
+  }
+  for (uint32_t k = 0; k < 200000; k += 97) target.insert(Entry{k, ~k});
+  ASSERT_TRUE(target.invariantsHold());
+  for (uint32_t key : copied) ASSERT_EQ(target.find(key)->value, ~key);
+}
+
 TEST(HashTable, FloodOfEqualHashesCostsLinearMemory) {
   Map<ConstantForFewHundred> table;
   for (uint32_t k = 0; k < 400; ++k) table.insert(Entry{k, k});
