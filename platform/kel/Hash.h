@@ -3,8 +3,10 @@
 // without expecting review order and tests to change with it.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -46,6 +48,25 @@ constexpr uint32_t wangHash32(uint32_t k) noexcept {
   k ^= k >> 4;
   k *= 2057;
   k ^= k >> 16;
+  return k;
+}
+
+// Eight bytes as a little-endian word, whatever the host, so that hashes built on it agree
+// everywhere.
+inline uint64_t loadLe64(const uint8_t* p) noexcept {
+  uint64_t v;
+  std::memcpy(&v, p, sizeof v);
+  if constexpr (std::endian::native == std::endian::big) v = __builtin_bswap64(v);
+  return v;
+}
+
+// The 64-bit finaliser of MurmurHash3: every input bit reaches every output bit.
+constexpr uint64_t fmix64(uint64_t k) noexcept {
+  k ^= k >> 33;
+  k *= 0xff51afd7ed558ccdULL;
+  k ^= k >> 33;
+  k *= 0xc4ceb9fe1a85ec53ULL;
+  k ^= k >> 33;
   return k;
 }
 

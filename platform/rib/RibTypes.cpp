@@ -1,7 +1,5 @@
 #include "platform/rib/RibTypes.h"
 
-#include <bit>
-#include <cstring>
 #include <iterator>
 #include <tuple>
 
@@ -78,27 +76,6 @@ bool ViaKey::operator<(const ViaKey& o) const noexcept {
          std::tie(o.transport_, o.vrfId_, o.routingProtocol_, o.addr_, o.intfId_, o.vni_);
 }
 
-namespace {
-
-uint64_t loadLe64(const uint8_t* p) noexcept {
-  uint64_t v;
-  std::memcpy(&v, p, sizeof v);
-  if constexpr (std::endian::native == std::endian::big) v = __builtin_bswap64(v);
-  return v;
-}
-
-// The 64-bit finaliser of MurmurHash3: every input bit reaches every output bit.
-uint64_t fmix64(uint64_t k) noexcept {
-  k ^= k >> 33;
-  k *= 0xff51afd7ed558ccdULL;
-  k ^= k >> 33;
-  k *= 0xc4ceb9fe1a85ec53ULL;
-  k ^= k >> 33;
-  return k;
-}
-
-}  // namespace
-
 // Every route evaluation hashes each of its vias several times (the route's own via table, the
 // metric tables, the via configuration), so this is one of the hottest functions of the system:
 // four words, each multiplied by its own odd constant, summed and mixed once.
@@ -108,9 +85,10 @@ uint32_t ViaKey::hash() const noexcept {
                         uint64_t(static_cast<uint8_t>(routingProtocol_)) << 8 |
                         uint64_t(static_cast<uint8_t>(addr_.af())) << 16 | uint64_t(vrfId_) << 32;
   const uint64_t tail = uint64_t(intfId_.hash()) | uint64_t(vni_) << 32;
-  const uint64_t h = head * 0x9e3779b97f4a7c15ULL + loadLe64(bytes.data()) * 0xc2b2ae3d27d4eb4fULL +
-                     loadLe64(bytes.data() + 8) * 0x165667b19e3779f9ULL + tail * 0xd6e8feb86659fd93ULL;
-  const uint64_t m = fmix64(h);
+  const uint64_t h =
+      head * 0x9e3779b97f4a7c15ULL + Kel::loadLe64(bytes.data()) * 0xc2b2ae3d27d4eb4fULL +
+      Kel::loadLe64(bytes.data() + 8) * 0x165667b19e3779f9ULL + tail * 0xd6e8feb86659fd93ULL;
+  const uint64_t m = Kel::fmix64(h);
   return static_cast<uint32_t>(m ^ (m >> 32));
 }
 

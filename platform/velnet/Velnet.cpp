@@ -246,9 +246,10 @@ bool Ip6Addr::isV4Mapped() const noexcept {
 }
 
 uint32_t Ip6Addr::hash() const noexcept {
-  Kel::OneAtATime h;
-  for (uint8_t b : bytes_) h.add(b);
-  return h.value();
+  const uint64_t h = Kel::loadLe64(bytes_.data()) * 0xc2b2ae3d27d4eb4fULL +
+                     Kel::loadLe64(bytes_.data() + 8) * 0x165667b19e3779f9ULL;
+  const uint64_t m = Kel::fmix64(h);
+  return static_cast<uint32_t>(m ^ (m >> 32));
 }
 
 std::string Ip6Addr::str() const {

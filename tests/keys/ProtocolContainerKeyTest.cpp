@@ -141,9 +141,7 @@ TEST(PrefixPrefVrfId, HashMixesTheWangHashOfThePrefixWithPreferenceAndVrf) {
   uint32_t p4 = wang(0x0A010000u ^ 16u);
   EXPECT_EQ(v4.hash(), oat(le32(p4) + std::string(1, char(7)) + le32(3)));
   PrefixPrefVrfId v6(prefix("2001:db8::/32"), 1, 0);
-  std::string bytes("\x20\x01\x0d\xb8", 4);
-  bytes += std::string(12, '\0');
-  uint32_t p6 = wang(oat(bytes) ^ 32u);
+  uint32_t p6 = wang(Velnet::Ip6Addr::parse("2001:db8::").hash() ^ 32u);
   EXPECT_EQ(v6.hash(), oat(le32(p6) + std::string(1, char(1)) + le32(0)));
 }
 
