@@ -1,5 +1,6 @@
 #include "viametric/ProtocolViaMetricStatusSm.h"
 
+#include <optional>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -69,21 +70,38 @@ auto snapshot(const Coll& coll) {
 // While one route is stamped (its evaluation takes far longer than a cache miss), the lookup of
 // the route two entries on is started and the route one entry on is brought in, so that their
 // misses overlap with the work instead of preceding it. Nothing is changed; only what the first
-// step brought in (the table's slots) is read by the second.
-void prefetchRouteOf(const RouteStatusDir& dir, const PrefixPrefVrfId& p, bool lookupDone) {
-  const Status::Ptr status = dir.status(RouteStatusKey(p.vrfId(), p.prefix().af()));
-  if (!status) return;
-  const auto& routes = status->routeColl().table();
-  if (!lookupDone) {
-    routes.prefetch(p.prefix());
-    return;
+// step brought in (the table's slots) is read by the second. The status of the last entry is
+// remembered: a via's routes are nearly always of one VRF.
+class RouteLookahead {
+ public:
+  static constexpr size_t kSteps = 2;
+
+  explicit RouteLookahead(const RouteStatusDir& dir) : dir_(dir) {}
+
+  void prefetch(const PrefixPrefVrfId& p, size_t ahead) {
+    const RouteStatusKey key(p.vrfId(), p.prefix().af());
+    if (!status_ || !(key == key_)) {
+      status_ = dir_.status(key);
+      key_ = key;
+    }
+    if (!status_) return;
+    const auto& routes = status_->routeColl().table();
+    if (ahead == kSteps) {
+      routes.prefetch(p.prefix());
+      return;
+    }
+    // A lookup would compare the key held in the route, which is the miss to avoid.
+    routes.forHashMatches(p.prefix(), [](const Route::Ptr& route) {
+      __builtin_prefetch(route.get());
+      __builtin_prefetch(reinterpret_cast<const char*>(route.get()) + 64);
+    });
   }
-  // A lookup would compare the key held in the route, which is the miss to avoid.
-  routes.forHashMatches(p.prefix(), [](const Route::Ptr& route) {
-    __builtin_prefetch(route.get());
-    __builtin_prefetch(reinterpret_cast<const char*>(route.get()) + 64);
-  });
-}
+
+ private:
+  const RouteStatusDir& dir_;
+  RouteStatusKey key_;
+  Status::PtrConst status_;
+};
 
 void viaKeysOf(const RoutePref& routePref, std::vector<Rib::ViaKey>& out) {
   out.clear();
@@ -132,11 +150,13 @@ void ViaMetricStatusSm::handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transpo
   RouteByViaKey::Ptr rbvk = routeByViaKey(viaKey);
   if (!rbvk) return;
   const auto entries = snapshot(rbvk->routeColl());
+  std::optional<RouteLookahead> lookahead;
+  if (routeStatusDir_ && entries.size() > 1) lookahead.emplace(*routeStatusDir_);
   for (size_t i = 0; i < entries.size(); ++i) {
     const PrefixPrefVrfId& p = entries[i];
-    if (routeStatusDir_) {
-      if (i + 2 < entries.size()) prefetchRouteOf(*routeStatusDir_, entries[i + 2], false);
-      if (i + 1 < entries.size()) prefetchRouteOf(*routeStatusDir_, entries[i + 1], true);
+    if (lookahead) {
+      for (size_t ahead = 1; ahead <= RouteLookahead::kSteps && i + ahead < entries.size(); ++ahead)
+        lookahead->prefetch(entries[i + ahead], ahead);
     }
     // An observer of an earlier stamp may have taken this route off the via.
     if (!rbvk->routeHas(p)) continue;
@@ -326,12 +346,14 @@ void ViaMetricStatusSm::KelRouteStatus::onRoute(const Velnet::IpGenPrefix& prefi
   }
 }
 
-void ViaMetricStatusSm::KelRouteStatus::indexVias(const Route::Ptr& route, const RoutePref::Ptr& routePref) {
+void ViaMetricStatusSm::KelRouteStatus::indexVias(const Route::Ptr& route,
+                                                  const RoutePref::Ptr& routePref) {
   if (routePref->dedupViaKeys() == 0) return;
   Status::Ptr rs = writable(notifier());
   std::vector<Rib::ViaKey> viaKeys;
   viaKeysOf(*routePref, viaKeys);
-  for (const Rib::ViaKey& viaKey : viaKeys) owner()->handleRouteViaKey(rs, route, routePref, viaKey, false);
+  for (const Rib::ViaKey& viaKey : viaKeys)
+    owner()->handleRouteViaKey(rs, route, routePref, viaKey, false);
 }
 
 void ViaMetricStatusSm::KelRouteStatus::handleDel() {
@@ -400,6 +422,7 @@ void ViaMetricStatusSm::KelRoutePref::handleDel() {
 
 KEL_REGISTER_HANDLER(ViaMetricStatusSm, handleViaMetric, "vrfId", "transport", "proto", "key");
 KEL_REGISTER_HANDLER(ViaMetricStatusSm, handleRouteStatus, "key", "forceDel");
-KEL_REGISTER_HANDLER(ViaMetricStatusSm, handleRouteViaKey, "status", "route", "routePref", "key", "forceDel");
+KEL_REGISTER_HANDLER(ViaMetricStatusSm, handleRouteViaKey, "status", "route", "routePref", "key",
+                     "forceDel");
 
 }  // namespace Routing::Protocol
