@@ -215,68 +215,110 @@ class ReactorMap : public ReactorCollection<ReactorMap<Key, R>, Key, R> {
 
 // Reactors of a collection that holds a few members at most (the alternatives of one route).
 // A million routes watched each with a table of two reactors would pay a hash-table block
-// apiece; here the reactors sit in ascending key order in the collection itself, kInline of them
-// inline and more in a small block, and a lookup walks them reading each one's key from its
-// notifier.
+// apiece; here the reactors sit in ascending key order in the collection itself, and a lookup
+// walks them reading each one's key from its notifier. The collection is kInline words beside
+// its base, and a million routes pay for every word: while it holds at most kInline reactors
+// they are the words themselves, packed at the front with the unused ones null; past that the
+// first word points at a small block of the reactors, tagged in its lowest bit (blocks are
+// 16-aligned, reactors 8-aligned), and the second holds their count and the block's capacity.
+// A collection that shrinks back to kInline reactors takes them inline again and frees the
+// block; in between, a block is never reallocated smaller, so removing never allocates.
 template <class Key, class R, unsigned kInline = 2>
 class SmallReactorMap : public ReactorCollection<SmallReactorMap<Key, R, kInline>, Key, R> {
+  static_assert(kInline >= 2, "a spilled collection keeps its block and its count in two words");
+
  public:
   explicit SmallReactorMap(ReactorOwner* owner) noexcept
       : ReactorCollection<SmallReactorMap, Key, R>(owner) {}
   ~SmallReactorMap() override { clear(); }
 
   R* find(const Key& k) const noexcept {
-    const uint32_t i = lowerBound(k);
-    return i < size_ && slots()[i]->fwkKey() == k ? slots()[i] : nullptr;
+    const size_t n = size();
+    const size_t i = lowerBound(k, n);
+    return i < n && slots()[i]->fwkKey() == k ? slots()[i] : nullptr;
   }
-  size_t size() const noexcept { return size_; }
+  size_t size() const noexcept {
+    if (spilled()) return word(1) >> kCapBits;
+    size_t n = 0;
+    while (n < kInline && w_[n]) ++n;
+    return n;
+  }
   R* const* begin() const noexcept { return slots(); }
-  R* const* end() const noexcept { return slots() + size_; }
+  R* const* end() const noexcept { return slots() + size(); }
   void clear() noexcept {
     for (R* r : *this) detail::zombieAndDefer(r);
-    size_ = 0;
-    if (cap_ > kInline) smallFree(std::exchange(spill_, nullptr), cap_ * sizeof(R*));
-    cap_ = kInline;
+    if (spilled()) smallFree(block(), capacity() * sizeof(R*));
+    std::fill(w_, w_ + kInline, nullptr);
   }
 
  private:
   friend class ReactorCollection<SmallReactorMap, Key, R>;
-  R** slots() noexcept { return cap_ > kInline ? spill_ : inline_; }
-  R* const* slots() const noexcept { return cap_ > kInline ? spill_ : inline_; }
-  uint32_t lowerBound(const Key& k) const noexcept {
-    uint32_t i = 0;
-    while (i < size_ && slots()[i]->fwkKey() < k) ++i;
+  // The second word of a spilled collection: count << kCapBits | log2(capacity / kInline).
+  static constexpr unsigned kCapBits = 6;
+
+  uintptr_t word(size_t i) const noexcept { return reinterpret_cast<uintptr_t>(w_[i]); }
+  bool spilled() const noexcept { return (word(0) & 1) != 0; }
+  R** block() const noexcept { return reinterpret_cast<R**>(word(0) & ~uintptr_t(1)); }
+  size_t capacity() const noexcept { return size_t(kInline) << (word(1) & ((1u << kCapBits) - 1)); }
+  void spillIs(R** block, size_t count, unsigned capShift) noexcept {
+    w_[0] = reinterpret_cast<R*>(reinterpret_cast<uintptr_t>(block) | 1);
+    w_[1] = reinterpret_cast<R*>((uintptr_t(count) << kCapBits) | capShift);
+  }
+  R** slots() noexcept { return spilled() ? block() : w_; }
+  R* const* slots() const noexcept { return spilled() ? block() : w_; }
+  size_t lowerBound(const Key& k, size_t n) const noexcept {
+    R* const* s = slots();
+    size_t i = 0;
+    while (i < n && s[i]->fwkKey() < k) ++i;
     return i;
   }
+
   void file(R* r) {
-    if (size_ == cap_) grow();
-    const uint32_t i = lowerBound(r->fwkKey());
-    R** s = slots();
-    std::move_backward(s + i, s + size_, s + size_ + 1);
-    s[i] = r;
-    ++size_;
+    const size_t n = size();
+    const size_t i = lowerBound(r->fwkKey(), n);
+    if (n < kInline) {
+      std::move_backward(w_ + i, w_ + n, w_ + n + 1);
+      w_[i] = r;
+      return;
+    }
+    const bool wasSpilled = spilled();
+    const size_t cap = wasSpilled ? capacity() : kInline;
+    unsigned capShift = wasSpilled ? unsigned(word(1) & ((1u << kCapBits) - 1)) : 0;
+    R** from = slots();
+    R** to = from;
+    if (n == cap) {  // full: a block twice the size, allocated before anything changes
+      ++capShift;
+      to = static_cast<R**>(smallAllocate(2 * cap * sizeof(R*)));
+      std::copy(from, from + i, to);
+      std::copy(from + i, from + n, to + i + 1);
+      if (wasSpilled) smallFree(from, cap * sizeof(R*));
+    } else {
+      std::move_backward(from + i, from + n, from + n + 1);
+    }
+    to[i] = r;
+    spillIs(to, n + 1, capShift);
   }
   void unfile(R* r) noexcept {
-    R** s = slots();
-    R** at = std::find(s, s + size_, r);
-    std::move(at + 1, s + size_, at);
-    --size_;
-  }
-  void grow() {
-    const uint32_t cap = cap_ * 2;
-    R** grown = static_cast<R**>(smallAllocate(cap * sizeof(R*)));
-    std::copy(slots(), slots() + size_, grown);
-    if (cap_ > kInline) smallFree(spill_, cap_ * sizeof(R*));
-    spill_ = grown;
-    cap_ = cap;
+    const size_t n = size();
+    if (!spilled()) {
+      R** at = std::find(w_, w_ + n, r);
+      std::move(at + 1, w_ + n, at);
+      w_[n - 1] = nullptr;
+      return;
+    }
+    R** s = block();
+    R** at = std::find(s, s + n, r);
+    std::move(at + 1, s + n, at);
+    if (n - 1 > kInline) {
+      spillIs(s, n - 1, unsigned(word(1) & ((1u << kCapBits) - 1)));
+      return;
+    }
+    const size_t cap = capacity();
+    std::copy(s, s + kInline, w_);
+    smallFree(s, cap * sizeof(R*));
   }
 
-  union {
-    R* inline_[kInline];
-    R** spill_;
-  };
-  uint32_t size_ = 0;
-  uint32_t cap_ = kInline;
+  R* w_[kInline] = {};
 };
 
 // A single reactor, present or not.

@@ -3,6 +3,7 @@
 // reactor collections, the hash map and the small one.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -218,6 +219,56 @@ TEST(SmallReactorMapTest, GrowsPastItsInlinePlacesInKeyOrderAndDropsEveryReactor
     EXPECT_EQ(sm->items(), 0u);
     folder->itemIs("g");
     EXPECT_EQ(sm->itemColl().keys(), (std::vector<std::string>{"g"}));
+  }
+  EXPECT_EQ(gReactorsAlive, before);
+}
+
+// A route's collection is two words beside its base, and a million routes pay for each: the
+// spilled block's address, its count and its capacity share them. Growing through several
+// capacities and shrinking back inline must keep every reactor, in order, findable.
+TEST(SmallReactorMapTest, KeepsTwoWordsAndEveryReactorThroughGrowingAndShrinking) {
+  static_assert(sizeof(Small::Map<std::string, WatchSm<Small>::KelItem>) ==
+                sizeof(Kel::ReactorCollection<Small::Map<std::string, WatchSm<Small>::KelItem>, std::string,
+                                              WatchSm<Small>::KelItem>) +
+                    2 * sizeof(void*));
+  auto folder = Folder::FolderIs();
+  const int before = gReactorsAlive;
+  {
+    auto sm = WatchSm<Small>::WatchSmIs(folder);
+    std::vector<std::string> ids;
+    for (int i = 20; i > 0; --i) ids.push_back(std::string(1, char('a' + i)));
+    std::vector<std::string> present;
+    const auto check = [&] {
+      std::vector<std::string> sorted = present;
+      std::sort(sorted.begin(), sorted.end());
+      ASSERT_EQ(sm->itemColl().keys(), sorted);
+      ASSERT_EQ(sm->items(), sorted.size());
+      for (const std::string& id : ids) {
+        const bool in = std::find(sorted.begin(), sorted.end(), id) != sorted.end();
+        ASSERT_EQ(sm->itemHas(id), in) << id;
+        if (in) {
+          ASSERT_EQ(sm->item(id)->fwkKey(), id);
+        }
+      }
+    };
+    for (const std::string& id : ids) {  // through capacities 4, 8, 16 and 32
+      folder->itemIs(id);
+      present.push_back(id);
+      check();
+    }
+    // Out of the middle, then from both ends, down to one and back inline on the way.
+    for (size_t k = 0; present.size() > 1; ++k) {
+      const size_t at = k % 3 == 0 ? present.size() / 2 : k % 3 == 1 ? 0 : present.size() - 1;
+      folder->itemDel(present[at]);
+      present.erase(present.begin() + long(at));
+      check();
+    }
+    EXPECT_EQ(gReactorsAlive, before + 1);
+    for (const char* id : {"B", "A", "D", "C", "E"}) {  // spilled again, then dropped whole
+      folder->itemIs(id);
+      present.push_back(id);
+    }
+    check();
   }
   EXPECT_EQ(gReactorsAlive, before);
 }
