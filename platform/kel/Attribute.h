@@ -233,8 +233,8 @@ class EntityOrderedCollection {
   }
 
  private:
-  // A route's alternatives, one such list per route: in small blocks, without malloc's header.
-  using Vector = std::vector<Ptr<T>, SmallBlockAllocator<Ptr<T>>>;
+  // A route's alternatives, one such list per route.
+  using Vector = SmallVector<Ptr<T>>;
 
   typename Vector::const_iterator lower(const Key& k) const noexcept {
     return std::lower_bound(v_.begin(), v_.end(), k, [](const Ptr<T>& p, const Key& key) { return p->kelKey() < key; });

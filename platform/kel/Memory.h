@@ -21,7 +21,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <new>
+#include <type_traits>
+#include <utility>
 
 namespace Kel {
 
@@ -44,20 +47,78 @@ void largeFree(void* p, size_t bytes) noexcept;
 // Bytes of slabs taken from the system so far, by all threads.
 size_t smallBlockSlabBytes() noexcept;
 
-// An allocator over small blocks, for containers of a few elements held by the million (the
-// alternatives of a route): a block costs its rounded size only, without malloc's chunk header.
+// A vector of a few elements, held by the million (the alternatives of a route): its elements
+// in one small block, without malloc's header, and itself a pointer and two 32-bit counts, 16
+// bytes where std::vector takes 24 (which takes a route from a 112-byte block to a 96-byte one).
+// It grows by doubling, gives its block back when emptied, and offers what a sorted list of
+// members needs. Elements move by their move constructor, which must not throw.
 template <class T>
-struct SmallBlockAllocator {
-  using value_type = T;
-  SmallBlockAllocator() noexcept = default;
-  template <class U>
-  SmallBlockAllocator(const SmallBlockAllocator<U>&) noexcept {}  // NOLINT: rebinding converts
-  T* allocate(size_t n) { return static_cast<T*>(smallAllocate(n * sizeof(T))); }
-  void deallocate(T* p, size_t n) noexcept { smallFree(p, n * sizeof(T)); }
-  template <class U>
-  bool operator==(const SmallBlockAllocator<U>&) const noexcept {
-    return true;
+class SmallVector {
+  static_assert(std::is_nothrow_move_constructible_v<T> && std::is_nothrow_move_assignable_v<T>);
+
+ public:
+  using iterator = T*;
+  using const_iterator = const T*;
+
+  SmallVector() noexcept = default;
+  SmallVector(const SmallVector&) = delete;
+  SmallVector& operator=(const SmallVector&) = delete;
+  ~SmallVector() { clear(); }
+
+  size_t size() const noexcept { return size_; }
+  bool empty() const noexcept { return size_ == 0; }
+  iterator begin() noexcept { return data_; }
+  iterator end() noexcept { return data_ + size_; }
+  const_iterator begin() const noexcept { return data_; }
+  const_iterator end() const noexcept { return data_ + size_; }
+
+  // Inserts `v` before `pos`. A block that cannot be had (std::bad_alloc) leaves the vector as
+  // it was.
+  iterator insert(const_iterator pos, T v) {
+    const size_t at = static_cast<size_t>(pos - data_);
+    if (size_ == cap_) {
+      const uint32_t cap = cap_ == 0 ? 1 : cap_ * 2;
+      T* grown = static_cast<T*>(smallAllocate(cap * sizeof(T)));
+      for (size_t i = 0; i < at; ++i) relocate(data_ + i, grown + i);
+      for (size_t i = at; i < size_; ++i) relocate(data_ + i, grown + i + 1);
+      if (data_) smallFree(data_, cap_ * sizeof(T));
+      data_ = grown;
+      cap_ = cap;
+    } else if (at < size_) {
+      ::new (data_ + size_) T(std::move(data_[size_ - 1]));
+      for (size_t i = size_ - 1; i > at; --i) data_[i] = std::move(data_[i - 1]);
+      data_[at].~T();
+    }
+    ::new (data_ + at) T(std::move(v));
+    ++size_;
+    return data_ + at;
   }
+  iterator erase(const_iterator pos) noexcept {
+    const size_t at = static_cast<size_t>(pos - data_);
+    for (size_t i = at + 1; i < size_; ++i) data_[i - 1] = std::move(data_[i]);
+    data_[--size_].~T();
+    if (size_ == 0) release();
+    return data_ + at;
+  }
+  void clear() noexcept {
+    for (size_t i = 0; i < size_; ++i) data_[i].~T();
+    size_ = 0;
+    release();
+  }
+
+ private:
+  static void relocate(T* from, T* to) noexcept {
+    ::new (to) T(std::move(*from));
+    from->~T();
+  }
+  void release() noexcept {
+    if (data_) smallFree(std::exchange(data_, nullptr), cap_ * sizeof(T));
+    cap_ = 0;
+  }
+
+  T* data_ = nullptr;
+  uint32_t size_ = 0;
+  uint32_t cap_ = 0;
 };
 
 // Every class with its objects in small blocks derives from this (or declares the same

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -112,6 +113,54 @@ TEST(LargeBlocks, HashTableGrowsThroughEveryKindOfBlockAndBack) {
   for (uint64_t i = 0; i < kN; ++i) ASSERT_EQ(set.contains(i * 7919), i % 2 == 1);
   for (uint64_t i = 1; i < kN; i += 2) ASSERT_TRUE(set.erase(i * 7919));
   EXPECT_TRUE(set.empty());
+}
+
+// A route's list of alternatives: elements inserted anywhere through several regrowths and
+// erased from anywhere stay in order, each constructed and destroyed exactly once, and the list
+// itself stays a pointer and two counts.
+TEST(SmallVector, KeepsOrderAndEveryElementAliveExactlyOnceThroughGrowthAndErasure) {
+  static_assert(sizeof(Kel::SmallVector<std::string>) == sizeof(void*) + 2 * sizeof(uint32_t));
+  static int alive = 0;
+  struct Counted {
+    explicit Counted(int v) : v(v) { ++alive; }
+    Counted(Counted&& o) noexcept : v(o.v) { ++alive; }
+    Counted& operator=(Counted&& o) noexcept {
+      v = o.v;
+      return *this;
+    }
+    ~Counted() { --alive; }
+    int v;
+  };
+  {
+    Kel::SmallVector<Counted> v;
+    std::vector<int> model;
+    const auto same = [&] {
+      ASSERT_EQ(v.size(), model.size());
+      std::vector<int> got;
+      for (const Counted& c : v) got.push_back(c.v);
+      ASSERT_EQ(got, model);
+      ASSERT_EQ(alive, int(model.size()));
+    };
+    // Front, back and middle, in turn: crosses capacities 1, 2, 4, 8, 16 and 32.
+    for (int i = 0; i < 20; ++i) {
+      const size_t at = i % 3 == 0 ? 0 : i % 3 == 1 ? model.size() : model.size() / 2;
+      auto it = v.insert(v.begin() + at, Counted(i));
+      EXPECT_EQ(it->v, i);
+      model.insert(model.begin() + long(at), i);
+      same();
+    }
+    for (size_t k = 0; !model.empty(); ++k) {
+      const size_t at = k % 3 == 0 ? model.size() / 2 : k % 3 == 1 ? 0 : model.size() - 1;
+      auto it = v.erase(v.begin() + at);
+      model.erase(model.begin() + long(at));
+      EXPECT_EQ(it, v.begin() + at);
+      same();
+    }
+    EXPECT_TRUE(v.empty());
+    for (int i = 0; i < 5; ++i) v.insert(v.end(), Counted(i));  // after being emptied
+    EXPECT_EQ(alive, 5);
+  }
+  EXPECT_EQ(alive, 0);
 }
 
 }  // namespace
