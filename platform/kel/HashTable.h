@@ -172,8 +172,9 @@ class HashTable {
   struct Header {
     uint32_t size;
     uint32_t homeSlots;
-    uint32_t capacity;     // home slots plus tail slots
-    uint32_t elemsOffset;  // from the start of the block
+    uint32_t capacity;  // home slots plus tail slots
+    // Nothing more: the offsets of the bitmap and the elements follow from the capacity, and the
+    // tables of one or two elements that every route has fit a 48-byte block instead of a 64.
   };
   static constexpr size_t kBlockAlign = std::max({alignof(Header), alignof(Word), alignof(Elem)});
 
@@ -267,7 +268,7 @@ class HashTable {
         return {placeAt(p.slot, rev, std::move(e)), true};
       }
     }
-    growFor(size() + 1);
+    growFor(size() + 1, rev);
     return {placeAt(insertionSlot(rev), rev, std::move(e)), true};
   }
 
@@ -287,7 +288,7 @@ class HashTable {
         return placeAt(p.slot, rev, std::move(e));
       }
     }
-    growFor(size() + 1);
+    growFor(size() + 1, rev);
     return placeAt(insertionSlot(rev), rev, std::move(e));
   }
 
@@ -464,8 +465,8 @@ class HashTable {
     l.bytes = l.elemsOffset + sizeof(Elem) * cap;
     return l;
   }
-  // The most slots a block may have: the header's 32-bit fields (elemsOffset, at about five bytes
-  // per slot, is the first to fill) and half the address space must hold the block.
+  // The most slots a block may have: the header's 32-bit fields must hold the count (with
+  // room to spare), and half the address space the block.
   static constexpr uint64_t maxCapacity() noexcept {
     uint64_t perSlot = sizeof(Elem) + sizeof(uint32_t) + 1;
     uint64_t byMemory = (uint64_t(PTRDIFF_MAX) - 4096) / perSlot;
@@ -482,7 +483,7 @@ class HashTable {
   }
   static Elem* elemsOf(const Header* h) noexcept {
     return reinterpret_cast<Elem*>(reinterpret_cast<char*>(const_cast<Header*>(h)) +
-                                   h->elemsOffset);
+                                   layoutFor(h->capacity).elemsOffset);
   }
   static bool occupied(const Word* bits, size_t i) noexcept {
     return (bits[i / kWordBits] >> (i % kWordBits)) & 1;
@@ -625,15 +626,18 @@ class HashTable {
     return block_->size * 8 > block_->homeSlots;
   }
 
-  void growFor(size_t n) {
+  // Regrows for `n` elements, one of them about to be inserted with `rev`: the new block has
+  // exactly the slots that element needs past the others, so that a tiny table of two
+  // elements whose homes differ takes two slots, not three.
+  void growFor(size_t n, uint32_t rev) {
     if (!block_) {
       size_t home = homeSlotsFor(n);
-      rebuild(home, tailSlack(home), 1);
+      rebuild(home, tailSlack(home), 0, nullptr, &rev);
       return;
     }
     size_t home = block_->homeSlots;
     size_t grown = std::max<size_t>(homeSlotsFor(n), uint64_t(home) * kGrowthNum / kGrowthDen);
-    rebuild(grown, tailSlack(grown), 1);
+    rebuild(grown, tailSlack(grown), 0, nullptr, &rev);
   }
 
   // Puts `e` at slot `at` (its insertion slot), shifting the rest of the run right by one.
@@ -741,17 +745,25 @@ class HashTable {
 
   // Moves every element into a new block of `homeSlots` home slots, in order, each at
   // max(its home, previous slot + 1). The block has at least `minTail` tail slots and at least
-  // `spare` empty slots after the last element. If `track` names a slot of the old block (or its
-  // capacity), it is updated to the same element's slot (or the new capacity).
-  void rebuild(size_t homeSlots, size_t minTail, size_t spare, size_t* track = nullptr) {
+  // `spare` empty slots after the last element; with `incoming`, also room for an element of
+  // that rev inserted next. If `track` names a slot of the old block (or its capacity), it is
+  // updated to the same element's slot (or the new capacity).
+  void rebuild(size_t homeSlots, size_t minTail, size_t spare, size_t* track = nullptr,
+               const uint32_t* incoming = nullptr) {
     Header* old = block_;
     uint64_t needed = 0;
+    bool pending = incoming != nullptr;  // the incoming element goes after equal revs
     if (old) {
       const uint32_t* revs = revsOf(old);
       for (size_t i = nextOccupied(old, 0); i < old->capacity; i = nextOccupied(old, i + 1)) {
+        if (pending && *incoming < revs[i]) {
+          needed = std::max<uint64_t>(homeOf(*incoming, homeSlots), needed) + 1;
+          pending = false;
+        }
         needed = std::max<uint64_t>(homeOf(revs[i], homeSlots), needed) + 1;
       }
     }
+    if (pending) needed = std::max<uint64_t>(homeOf(*incoming, homeSlots), needed) + 1;
     uint64_t cap = std::max<uint64_t>(needed + spare, uint64_t(homeSlots) + minTail);
     if (cap > maxCapacity()) tooManyElements(size() + spare);
     Header* fresh = newBlock(homeSlots, static_cast<size_t>(cap));
@@ -802,7 +814,6 @@ class HashTable {
     h->size = 0;
     h->homeSlots = static_cast<uint32_t>(homeSlots);
     h->capacity = static_cast<uint32_t>(cap);
-    h->elemsOffset = static_cast<uint32_t>(l.elemsOffset);
     std::fill_n(revsOf(h), cap + 1, kEmptyRev);
     Word* bits = bitsOf(h);
     std::fill_n(bits, l.words, Word(0));

@@ -339,6 +339,25 @@ TEST(HashTable, EmptyAndTinyTablesStaySmall) {
   EXPECT_FALSE(table.contains(5));
 }
 
+// A tiny table regrows at every insert and takes the slots its elements need, with none spare:
+// two elements with different home slots fit in two, whichever arrives first. Every alternative
+// of every route has such a table.
+TEST(HashTable, TinyTablesTakeOnlyTheSlotsTheirElementsNeed) {
+  struct Identity {  // in a table of two home slots, the lowest bit of the key picks the home
+    uint32_t operator()(uint32_t k) const noexcept { return k; }
+  };
+  Map<Identity> reserved;
+  reserved.reserve(2);
+  Map<Identity> apart;
+  for (uint32_t k : {3u, 2u}) apart.insert({k, k});  // the later one goes before the earlier
+  EXPECT_EQ(apart.bytesUsed(), reserved.bytesUsed());
+  Map<Identity> together;
+  for (uint32_t k : {3u, 1u}) together.insert({k, k});  // one home: the second needs a third slot
+  EXPECT_GT(together.bytesUsed(), reserved.bytesUsed());
+  for (uint32_t k : {2u, 3u}) EXPECT_TRUE(apart.contains(k));
+  for (uint32_t k : {1u, 3u}) EXPECT_TRUE(together.contains(k));
+}
+
 TEST(HashTable, KeysArrivingInHashOrderDoNotPileUp) {
   // A walk of one table in iteration order inserting into another: the keys arrive sorted by
   // reversed hash, all in the low part of the order while the walk is young, where they would
