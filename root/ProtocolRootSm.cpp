@@ -55,7 +55,7 @@ void RootSm::KelLoopingRouteStatusByVrf::onLoopingRouteStatus(const L3::VrfName&
 
 template <bool Mc>
 RootSm::KelVrfMetricStatus<Mc>::KelVrfMetricStatus(RootSm* owner, const Rib::ViaMetricStatusByTransport::PtrConst& n)
-    : Reactor(owner, n) {
+    : NestingReactor(owner, n) {
   for (const auto& t : n->transportStatusColl()) transportStatusIs(t);
 }
 

@@ -84,7 +84,7 @@ class RootSm : public Kel::StateMachine {
   class KelTransportStatus;
   // One VRF's via metrics by transport (unicast tree, or multicast when Mc).
   template <bool Mc>
-  class KelVrfMetricStatus : public Kel::Reactor<RootSm, Rib::ViaMetricStatusByTransport> {
+  class KelVrfMetricStatus : public Kel::NestingReactor<RootSm, Rib::ViaMetricStatusByTransport> {
    public:
     KEL_REACTOR_OWNER_NAME("Routing::Protocol::RootSm::KelVrfMetricStatus");
     KelVrfMetricStatus(RootSm* owner, const Rib::ViaMetricStatusByTransport::PtrConst& n);

@@ -26,7 +26,7 @@ void RouteStatusSm::KelRoutePref::reevaluate() {
   route->owner()->handleRoute(route->fwkKey());
 }
 
-RouteStatusSm::KelRoute::KelRoute(RouteStatusSm* owner, const Route::PtrConst& route) : Reactor(owner, route) {
+RouteStatusSm::KelRoute::KelRoute(RouteStatusSm* owner, const Route::PtrConst& route) : NestingReactor(owner, route) {
   for (const auto& rp : route->routePrefColl()) routePrefIs(rp);
 }
 

@@ -61,7 +61,7 @@ class RouteStatusSm : public Kel::StateMachine {
     void reevaluate();
   };
   // One route of the status, with a reactor per alternative.
-  class KelRoute : public Kel::Reactor<RouteStatusSm, Route> {
+  class KelRoute : public Kel::NestingReactor<RouteStatusSm, Route> {
    public:
     KEL_REACTOR_OWNER_NAME("Routing::Protocol::RouteStatusSm::KelRoute");
     KelRoute(RouteStatusSm* owner, const Route::PtrConst& route);

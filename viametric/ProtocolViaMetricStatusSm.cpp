@@ -247,7 +247,7 @@ void ViaMetricStatusSm::KelViaMetricStatusByVrf::onVrfStatus(const Vrf::VrfIdMap
 
 ViaMetricStatusSm::KelVmsByTransport::KelVmsByTransport(
     ViaMetricStatusSm* owner, const Rib::ViaMetricStatusByTransport::PtrConst& byTransport)
-    : Reactor(owner, byTransport) {
+    : NestingReactor(owner, byTransport) {
   for (const auto& byProtocol : snapshot(byTransport->transportStatusColl()))
     vmsByProtoIs(byProtocol);
 }
@@ -263,7 +263,7 @@ void ViaMetricStatusSm::KelVmsByTransport::onTransportStatus(const Rib::Transpor
 
 ViaMetricStatusSm::KelVmsByProto::KelVmsByProto(
     KelVmsByTransport* owner, const Rib::ViaMetricStatusByProtocol::PtrConst& byProtocol)
-    : Reactor(owner, byProtocol) {
+    : NestingReactor(owner, byProtocol) {
   for (const auto& status : snapshot(byProtocol->protocolStatusColl())) vmsIs(status);
 }
 
@@ -327,7 +327,7 @@ void ViaMetricStatusSm::KelRouteStatusDir::onStatus(const RouteStatusKey& key) {
 
 ViaMetricStatusSm::KelRouteStatus::KelRouteStatus(ViaMetricStatusSm* owner,
                                                   const Status::PtrConst& status)
-    : Reactor(owner, status) {
+    : NestingReactor(owner, status) {
   // Building reactors notifies nobody, so the status's own table can be walked directly: a
   // snapshot of a million routes would be pure cost.
   for (const Route::Ptr& route : status->routeColl()) routeIs(route);
@@ -362,7 +362,7 @@ void ViaMetricStatusSm::KelRouteStatus::handleDel() {
 }
 
 ViaMetricStatusSm::KelRoute::KelRoute(KelRouteStatus* owner, const Route::PtrConst& route)
-    : Reactor(owner, route) {
+    : NestingReactor(owner, route) {
   for (const RoutePref::Ptr& routePref : route->routePrefColl()) routePrefIs(routePref);
 }
 

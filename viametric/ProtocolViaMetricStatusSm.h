@@ -78,7 +78,7 @@ class ViaMetricStatusSm : public Kel::StateMachine {
   };
 
   // The protocol statuses of one transport in one VRF.
-  class KelVmsByProto : public Kel::Reactor<KelVmsByTransport, Rib::ViaMetricStatusByProtocol> {
+  class KelVmsByProto : public Kel::NestingReactor<KelVmsByTransport, Rib::ViaMetricStatusByProtocol> {
    public:
     KEL_REACTOR_OWNER_NAME("Routing::Protocol::ViaMetricStatusSm::KelVmsByProto");
     KelVmsByProto(KelVmsByTransport* owner,
@@ -89,7 +89,7 @@ class ViaMetricStatusSm : public Kel::StateMachine {
 
   // The transports of one VRF.
   class KelVmsByTransport
-      : public Kel::Reactor<ViaMetricStatusSm, Rib::ViaMetricStatusByTransport> {
+      : public Kel::NestingReactor<ViaMetricStatusSm, Rib::ViaMetricStatusByTransport> {
    public:
     KEL_REACTOR_OWNER_NAME("Routing::Protocol::ViaMetricStatusSm::KelVmsByTransport");
     KelVmsByTransport(ViaMetricStatusSm* owner,
@@ -122,7 +122,7 @@ class ViaMetricStatusSm : public Kel::StateMachine {
   };
 
   // One route, with a reactor per alternative.
-  class KelRoute : public Kel::Reactor<KelRouteStatus, Route> {
+  class KelRoute : public Kel::NestingReactor<KelRouteStatus, Route> {
    public:
     KEL_REACTOR_OWNER_NAME("Routing::Protocol::ViaMetricStatusSm::KelRoute");
     KelRoute(KelRouteStatus* owner, const Route::PtrConst& route);
@@ -133,7 +133,7 @@ class ViaMetricStatusSm : public Kel::StateMachine {
   };
 
   // The routes of one VRF and address family.
-  class KelRouteStatus : public Kel::Reactor<ViaMetricStatusSm, Status> {
+  class KelRouteStatus : public Kel::NestingReactor<ViaMetricStatusSm, Status> {
    public:
     KEL_REACTOR_OWNER_NAME("Routing::Protocol::ViaMetricStatusSm::KelRouteStatus");
     KelRouteStatus(ViaMetricStatusSm* owner, const Status::PtrConst& status);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/kel/Assert.h"
 #include "platform/kel/Memory.h"
 
 namespace Kel {
@@ -183,32 +184,32 @@ void NotifieeList::compact() noexcept {
 }
 
 NotifieeBase::~NotifieeBase() {
-  if (notifier_) {
-    if (isRegisteredNotifiee()) notifier_->notifiees_.remove(this);
-    notifier_->deleteRef();
+  if (Entity const* n = notifierBase()) {
+    if (isRegisteredNotifiee()) n->notifiees_.remove(this);
+    n->deleteRef();
   }
 }
 
 void NotifieeBase::isRegisteredNotifieeIs(bool registered) {
   if (registered == isRegisteredNotifiee()) return;
-  flags_ = static_cast<uint8_t>(registered ? (flags_ | kRegistered) : (flags_ & ~kRegistered));
-  if (!notifier_) return;
+  flagIs(kRegistered, registered);
+  Entity const* n = notifierBase();
+  if (!n) return;
   if (registered) {
-    notifier_->notifiees_.add(this);
+    n->notifiees_.add(this);
   } else {
-    notifier_->notifiees_.remove(this);
+    n->notifiees_.remove(this);
   }
 }
 
-void NotifieeBase::hasNotificationActiveIs(bool active) {
-  flags_ = static_cast<uint8_t>(active ? (flags_ | kActive) : (flags_ & ~kActive));
-}
+void NotifieeBase::hasNotificationActiveIs(bool active) { flagIs(kActive, active); }
 
 void NotifieeBase::notifierBaseIs(Entity const* n) {
-  if (n == notifier_) return;
-  Entity const* old = notifier_;
+  Entity const* old = notifierBase();
+  if (n == old) return;
+  KEL_ASSERT((reinterpret_cast<uintptr_t>(n) & kFlags) == 0);
   if (old && isRegisteredNotifiee()) old->notifiees_.remove(this);
-  notifier_ = n;
+  bits_ = reinterpret_cast<uintptr_t>(n) | (bits_ & kFlags);
   if (n) {
     n->newRef();
     if (isRegisteredNotifiee()) n->notifiees_.add(this);

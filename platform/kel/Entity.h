@@ -119,28 +119,30 @@ class NotifieeBase : public SmallBlockObject {
   NotifieeBase& operator=(const NotifieeBase&) = delete;
   virtual ~NotifieeBase();
 
-  bool isRegisteredNotifiee() const noexcept { return flags_ & kRegistered; }
+  bool isRegisteredNotifiee() const noexcept { return bits_ & kRegistered; }
   // Registers with (true) or unregisters from (false) the current notifier.
   void isRegisteredNotifieeIs(bool registered);
-  bool hasNotificationActive() const noexcept { return flags_ & kActive; }
+  bool hasNotificationActive() const noexcept { return bits_ & kActive; }
   // Switches delivery on or off; a reactor switches its nested reactors too.
   virtual void hasNotificationActiveIs(bool active);
-  bool isZombie() const noexcept { return flags_ & kZombie; }
+  bool isZombie() const noexcept { return bits_ & kZombie; }
 
-  Entity const* notifierBase() const noexcept { return notifier_; }
+  Entity const* notifierBase() const noexcept { return reinterpret_cast<Entity const*>(bits_ & ~kFlags); }
 
  protected:
   NotifieeBase() noexcept = default;
   // Rebinds to `n`: unregisters from the old notifier, releases it, holds and registers with `n`.
   void notifierBaseIs(Entity const* n);
-  void zombieIs(bool z) noexcept {
-    flags_ = static_cast<uint8_t>(z ? (flags_ | kZombie) : (flags_ & ~kZombie));
-  }
+  void zombieIs(bool z) noexcept { flagIs(kZombie, z); }
 
  private:
-  static constexpr uint8_t kRegistered = 1, kActive = 2, kZombie = 4;
-  Entity const* notifier_ = nullptr;
-  uint8_t flags_ = kRegistered | kActive;
+  static constexpr uintptr_t kRegistered = 1, kActive = 2, kZombie = 4, kFlags = 7;
+  void flagIs(uintptr_t flag, bool on) noexcept { bits_ = on ? bits_ | flag : bits_ & ~flag; }
+
+  // The notifier and the flags in one word: entities come from 16-aligned blocks, which leaves
+  // the pointer's three lowest bits free, and a reactor per route and per alternative pays for
+  // every word.
+  uintptr_t bits_ = kRegistered | kActive;
 };
 
 class Entity : public PtrInterface {

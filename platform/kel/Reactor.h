@@ -51,7 +51,7 @@ class ReactorOwner {
 };
 
 // The part of every reactor that does not depend on what it watches.
-class ReactorBase : public ReactorOwner {
+class ReactorBase {
  public:
   virtual ~ReactorBase() = default;
   // Runs when the watched entity leaves the collection that the reactor follows.
@@ -94,16 +94,30 @@ class Reactor : public N::NotifieeConst, public ReactorBase {
     if (zombie == this->isZombie()) return;
     this->zombieIs(zombie);
     this->hasNotificationActiveIs(!zombie);
+  }
+  NotifieeBase& kelNotifiee() noexcept override { return *this; }
+
+ private:
+  Owner* owner_;
+};
+
+// A reactor that holds reactors of its own (a route's reactor, with one per alternative): its
+// switches and its retirement reach them too. Only such reactors pay for the list of their
+// reactor collections; the ones they hold, a million of them, do not.
+template <class Owner, class N>
+class NestingReactor : public Reactor<Owner, N>, public ReactorOwner {
+ public:
+  using Reactor<Owner, N>::Reactor;
+
+  void kelDoZombieReactors(bool zombie) override {
+    if (zombie == this->isZombie()) return;
+    Reactor<Owner, N>::kelDoZombieReactors(zombie);
     kelReactorsZombieIs(zombie);
   }
   void hasNotificationActiveIs(bool active) override {
     NotifieeBase::hasNotificationActiveIs(active);
     kelReactorsActiveIs(active);
   }
-  NotifieeBase& kelNotifiee() noexcept override { return *this; }
-
- private:
-  Owner* owner_;
 };
 
 namespace detail {

@@ -102,6 +102,47 @@ class WatchSm : public Kel::StateMachine {
   }
 };
 
+// A machine that watches a folder through a reactor holding one reactor per item, as the
+// route-status machine watches a route and its alternatives.
+class NestSm : public Kel::StateMachine {
+ public:
+  KEL_ENTITY(NestSm, "Test::NestSm");
+  class NotifieeConst : public Kel::NotifieeConstOf<NestSm> {};
+
+  class KelFolder;
+  class KelItem : public Kel::Reactor<KelFolder, Item> {
+   public:
+    using Kel::Reactor<KelFolder, Item>::Reactor;
+    void onSize() override {
+      if (isZombie()) return;
+      owner()->owner()->log.push_back("size " + fwkKey());
+    }
+  };
+  class KelFolder : public Kel::NestingReactor<NestSm, Folder> {
+   public:
+    KEL_REACTOR_OWNER_NAME("Test::NestSm::KelFolder");
+    KelFolder(NestSm* owner, const Folder::PtrConst& folder) : NestingReactor(owner, folder) {
+      for (const auto& item : folder->itemColl()) itemIs(item);
+    }
+    void onItem(const std::string& k) override {
+      if (isZombie()) return;
+      if (auto item = notifier()->item(k)) {
+        itemIs(item);
+      } else {
+        itemDel(k);
+      }
+    }
+    KEL_REACTOR_COLL_OF(::Kel::SmallReactorMap, KelItem, std::string, item);
+  };
+
+  KEL_REACTOR(KelFolder, folder);
+  static Kel::Ptr<NestSm> NestSmIs(const Folder::Ptr& f) { return Kel::Ptr<NestSm>(new NestSm(f)); }
+  Log log;
+
+ private:
+  explicit NestSm(const Folder::Ptr& f) { folderIs(f); }
+};
+
 template <class Kind>
 class ReactorTest : public ::testing::Test {
  protected:
@@ -196,6 +237,29 @@ TYPED_TEST(ReactorTest, ReactorReplacedWhenItsKeyNowNamesAnotherEntity) {
   EXPECT_EQ(sm->log, (Log{"del a", "size a=6"}));
 }
 
+
+// The reactors a reactor holds hear what it hears: the machine's switch reaches them through
+// it, and a zombie's are zombies. A reactor that holds none is a notifiee, three words and its
+// owner, with nothing for nested reactors: a million alternatives pay for every word.
+TEST(NestingReactorTest, SwitchesAndRetirementReachTheReactorsItHolds) {
+  static_assert(sizeof(NestSm::KelItem) == 4 * sizeof(void*));
+  static_assert(sizeof(Kel::NotifieeBase) == 2 * sizeof(void*));
+  auto folder = Folder::FolderIs();
+  auto a = folder->itemIs("a");
+  auto sm = NestSm::NestSmIs(folder);
+  auto b = folder->itemIs("b");
+  a->sizeIs(1);
+  sm->hasNotificationActiveIs(false);
+  b->sizeIs(1);
+  sm->hasNotificationActiveIs(true);
+  b->sizeIs(2);
+  sm->folder()->kelDoZombieReactors(true);
+  a->sizeIs(2);
+  EXPECT_TRUE(sm->folder()->item("a")->isZombie());
+  sm->folder()->kelDoZombieReactors(false);
+  a->sizeIs(3);
+  EXPECT_EQ(sm->log, (Log{"size a", "size b", "size a"}));
+}
 
 // Past its two inline places the small collection moves its reactors into a block of their own,
 // keeps them in key order whatever the order of arrival, and gives the block back when emptied.
