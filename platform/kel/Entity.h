@@ -129,6 +129,19 @@ class NotifieeBase : public SmallBlockObject {
 
   Entity const* notifierBase() const noexcept { return reinterpret_cast<Entity const*>(bits_ & ~kFlags); }
 
+  // What a reactor collection calls on the reactors it holds. Reactors are the notifiees of
+  // state machines, and these live here rather than in a base of their own so that a reactor,
+  // one per route and per alternative, has one vtable pointer and not two.
+  // Runs when the watched entity leaves the collection that the reactor follows.
+  virtual void handleDel() {}
+  // Flags the notifiee (and a reactor's nested reactors) as being deleted, or clears the flag;
+  // while flagged it hears nothing.
+  virtual void kelDoZombieReactors(bool zombie) {
+    if (zombie == isZombie()) return;
+    zombieIs(zombie);
+    hasNotificationActiveIs(!zombie);
+  }
+
  protected:
   NotifieeBase() noexcept = default;
   // Rebinds to `n`: unregisters from the old notifier, releases it, holds and registers with `n`.

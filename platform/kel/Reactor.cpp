@@ -9,7 +9,7 @@ void ReactorOwner::kelContainerIs(ReactorContainerBase* c) noexcept {
 
 void ReactorOwner::kelReactorsActiveIs(bool active) {
   for (ReactorContainerBase* c = containers_; c; c = c->nextContainer_) {
-    c->kelForEach([](ReactorBase& r, bool a) { r.kelNotifiee().hasNotificationActiveIs(a); }, active);
+    c->kelForEach([](ReactorBase& r, bool a) { r.hasNotificationActiveIs(a); }, active);
   }
 }
 
@@ -23,7 +23,7 @@ namespace detail {
 
 void zombieAndDefer(ReactorBase* r) noexcept {
   r->kelDoZombieReactors(true);
-  deferDelete(&r->kelNotifiee());
+  deferDelete(r);
 }
 
 }  // namespace detail

@@ -50,17 +50,9 @@ class ReactorOwner {
   ReactorContainerBase* containers_ = nullptr;
 };
 
-// The part of every reactor that does not depend on what it watches.
-class ReactorBase {
- public:
-  virtual ~ReactorBase() = default;
-  // Runs when the watched entity leaves the collection that the reactor follows.
-  virtual void handleDel() {}
-  virtual NotifieeBase& kelNotifiee() noexcept = 0;
-  // Flags the reactor and its nested reactors as being deleted (or clears the flag); while
-  // flagged they hear nothing.
-  virtual void kelDoZombieReactors(bool zombie) = 0;
-};
+// The part of every reactor that does not depend on what it watches: its notifiee base, which
+// carries the hooks its collection calls (handleDel, kelDoZombieReactors).
+using ReactorBase = NotifieeBase;
 
 class ReactorContainerBase {
  public:
@@ -80,7 +72,7 @@ class ReactorContainerBase {
 // A reactor of `Owner` on one entity of type `N`. Derive from it, override the notifications
 // wanted, and call the owner's handlers from them.
 template <class Owner, class N>
-class Reactor : public N::NotifieeConst, public ReactorBase {
+class Reactor : public N::NotifieeConst {
  public:
   using Notifier = N;
   Reactor(Owner* owner, const Ptr<N const>& notifier) : owner_(owner) { this->notifierIs(notifier); }
@@ -90,12 +82,6 @@ class Reactor : public N::NotifieeConst, public ReactorBase {
   // this way, and a counted copy of the notifier would write to it on every comparison.
   decltype(auto) fwkKey() const noexcept { return static_cast<N const*>(this->notifierBase())->kelKey(); }
 
-  void kelDoZombieReactors(bool zombie) override {
-    if (zombie == this->isZombie()) return;
-    this->zombieIs(zombie);
-    this->hasNotificationActiveIs(!zombie);
-  }
-  NotifieeBase& kelNotifiee() noexcept override { return *this; }
 
  private:
   Owner* owner_;

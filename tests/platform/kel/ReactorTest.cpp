@@ -239,10 +239,10 @@ TYPED_TEST(ReactorTest, ReactorReplacedWhenItsKeyNowNamesAnotherEntity) {
 
 
 // The reactors a reactor holds hear what it hears: the machine's switch reaches them through
-// it, and a zombie's are zombies. A reactor that holds none is a notifiee, three words and its
-// owner, with nothing for nested reactors: a million alternatives pay for every word.
+// it, and a zombie's are zombies. A reactor that holds none is three words, its vtable pointer,
+// its notifier with the flags, and its owner: a million alternatives pay for every word.
 TEST(NestingReactorTest, SwitchesAndRetirementReachTheReactorsItHolds) {
-  static_assert(sizeof(NestSm::KelItem) == 4 * sizeof(void*));
+  static_assert(sizeof(NestSm::KelItem) == 3 * sizeof(void*));
   static_assert(sizeof(Kel::NotifieeBase) == 2 * sizeof(void*));
   auto folder = Folder::FolderIs();
   auto a = folder->itemIs("a");
