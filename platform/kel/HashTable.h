@@ -49,7 +49,7 @@
 // -------------
 // The table object is a single pointer; an empty table holds no memory. The heap block is
 //
-//     Header | rev[capacity + 1] | occupancy bitmap | Elem[capacity]
+//     Header | rev[capacity + 1] | Elem[capacity] | occupancy bitmap
 //
 // Probes scan the 4-byte revs, sixteen to a cache line, and touch an element only where the rev
 // matches. An empty slot holds rev 0xFFFFFFFF, which stops every "rev < r" scan without a look at
@@ -459,10 +459,12 @@ class HashTable {
   // Byte offsets for a block of `cap` slots. Callers have checked `cap` with maxCapacity().
   static constexpr Layout layoutFor(size_t cap) noexcept {
     Layout l{};
-    l.bitsOffset = alignUp(sizeof(Header) + sizeof(uint32_t) * (cap + 1), alignof(Word));
+    // The elements come right after the revs, so that a lookup finds them in a shift and an
+    // add from the capacity; the bitmap, which lookups do not read, comes last.
+    l.elemsOffset = alignUp(sizeof(Header) + sizeof(uint32_t) * (cap + 1), alignof(Elem));
+    l.bitsOffset = alignUp(l.elemsOffset + sizeof(Elem) * cap, alignof(Word));
     l.words = (cap + 1 + kWordBits - 1) / kWordBits;
-    l.elemsOffset = alignUp(l.bitsOffset + sizeof(Word) * l.words, alignof(Elem));
-    l.bytes = l.elemsOffset + sizeof(Elem) * cap;
+    l.bytes = l.bitsOffset + sizeof(Word) * l.words;
     return l;
   }
   // The most slots a block may have: the header's 32-bit fields must hold the count (with
