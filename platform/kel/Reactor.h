@@ -82,7 +82,6 @@ class Reactor : public N::NotifieeConst {
   // this way, and a counted copy of the notifier would write to it on every comparison.
   decltype(auto) fwkKey() const noexcept { return static_cast<N const*>(this->notifierBase())->kelKey(); }
 
-
  private:
   Owner* owner_;
 };
