@@ -70,6 +70,12 @@ constexpr uint64_t fmix64(uint64_t k) noexcept {
   return k;
 }
 
+// A 64-bit sum of keyed words mixed down to a 32-bit hash: fmix64, then its halves folded.
+constexpr uint32_t mix64To32(uint64_t h) noexcept {
+  const uint64_t m = fmix64(h);
+  return static_cast<uint32_t>(m ^ (m >> 32));
+}
+
 // The framework's string hash (one-at-a-time over the bytes). An empty string hashes to 0.
 inline uint32_t stringHash(std::string_view s) noexcept {
   if (s.empty()) return 0;

@@ -84,10 +84,12 @@ class SmallVector {
       if (data_) smallFree(data_, cap_ * sizeof(T));
       data_ = grown;
       cap_ = cap;
-    } else if (at < size_) {
+    } else if (at < size_) {  // room at the end: shift the tail by one and assign
       ::new (data_ + size_) T(std::move(data_[size_ - 1]));
       for (size_t i = size_ - 1; i > at; --i) data_[i] = std::move(data_[i - 1]);
-      data_[at].~T();
+      data_[at] = std::move(v);
+      ++size_;
+      return data_ + at;
     }
     ::new (data_ + at) T(std::move(v));
     ++size_;

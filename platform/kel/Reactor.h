@@ -258,10 +258,11 @@ class SmallReactorMap : public ReactorCollection<SmallReactorMap<Key, R, kInline
   uintptr_t word(size_t i) const noexcept { return reinterpret_cast<uintptr_t>(w_[i]); }
   bool spilled() const noexcept { return (word(0) & 1) != 0; }
   R** block() const noexcept { return reinterpret_cast<R**>(word(0) & ~uintptr_t(1)); }
-  size_t capacity() const noexcept { return size_t(kInline) << (word(1) & ((1u << kCapBits) - 1)); }
-  void spillIs(R** block, size_t count, unsigned capShift) noexcept {
+  unsigned capShift() const noexcept { return unsigned(word(1) & ((1u << kCapBits) - 1)); }
+  size_t capacity() const noexcept { return size_t(kInline) << capShift(); }
+  void spillIs(R** block, size_t count, unsigned shift) noexcept {
     w_[0] = reinterpret_cast<R*>(reinterpret_cast<uintptr_t>(block) | 1);
-    w_[1] = reinterpret_cast<R*>((uintptr_t(count) << kCapBits) | capShift);
+    w_[1] = reinterpret_cast<R*>((uintptr_t(count) << kCapBits) | shift);
   }
   R** slots() noexcept { return spilled() ? block() : w_; }
   R* const* slots() const noexcept { return spilled() ? block() : w_; }
@@ -282,11 +283,11 @@ class SmallReactorMap : public ReactorCollection<SmallReactorMap<Key, R, kInline
     }
     const bool wasSpilled = spilled();
     const size_t cap = wasSpilled ? capacity() : kInline;
-    unsigned capShift = wasSpilled ? unsigned(word(1) & ((1u << kCapBits) - 1)) : 0;
+    unsigned shift = wasSpilled ? capShift() : 0;
     R** from = slots();
     R** to = from;
     if (n == cap) {  // full: a block twice the size, allocated before anything changes
-      ++capShift;
+      ++shift;
       to = static_cast<R**>(smallAllocate(2 * cap * sizeof(R*)));
       std::copy(from, from + i, to);
       std::copy(from + i, from + n, to + i + 1);
@@ -295,7 +296,7 @@ class SmallReactorMap : public ReactorCollection<SmallReactorMap<Key, R, kInline
       std::move_backward(from + i, from + n, from + n + 1);
     }
     to[i] = r;
-    spillIs(to, n + 1, capShift);
+    spillIs(to, n + 1, shift);
   }
   void unfile(R* r) noexcept {
     const size_t n = size();
@@ -309,7 +310,7 @@ class SmallReactorMap : public ReactorCollection<SmallReactorMap<Key, R, kInline
     R** at = std::find(s, s + n, r);
     std::move(at + 1, s + n, at);
     if (n - 1 > kInline) {
-      spillIs(s, n - 1, unsigned(word(1) & ((1u << kCapBits) - 1)));
+      spillIs(s, n - 1, capShift());
       return;
     }
     const size_t cap = capacity();

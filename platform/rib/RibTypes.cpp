@@ -88,8 +88,7 @@ uint32_t ViaKey::hash() const noexcept {
   const uint64_t h =
       head * 0x9e3779b97f4a7c15ULL + Kel::loadLe64(bytes.data()) * 0xc2b2ae3d27d4eb4fULL +
       Kel::loadLe64(bytes.data() + 8) * 0x165667b19e3779f9ULL + tail * 0xd6e8feb86659fd93ULL;
-  const uint64_t m = Kel::fmix64(h);
-  return static_cast<uint32_t>(m ^ (m >> 32));
+  return Kel::mix64To32(h);
 }
 
 std::string ViaKey::strep() const {

@@ -248,8 +248,7 @@ bool Ip6Addr::isV4Mapped() const noexcept {
 uint32_t Ip6Addr::hash() const noexcept {
   const uint64_t h = Kel::loadLe64(bytes_.data()) * 0xc2b2ae3d27d4eb4fULL +
                      Kel::loadLe64(bytes_.data() + 8) * 0x165667b19e3779f9ULL;
-  const uint64_t m = Kel::fmix64(h);
-  return static_cast<uint32_t>(m ^ (m >> 32));
+  return Kel::mix64To32(h);
 }
 
 std::string Ip6Addr::str() const {
