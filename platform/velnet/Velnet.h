@@ -31,6 +31,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <ostream>
 #include <span>
 #include <string>
@@ -79,6 +80,15 @@ class IpAddr {
   uint32_t value_ = 0;
 };
 
+// Whether two 16-byte addresses are equal, in two word compares: the defaulted comparison of the
+// arrays is a call to memcmp, and addresses are compared in every lookup by prefix or via key.
+inline bool sameAddressBytes(const std::array<uint8_t, 16>& a, const std::array<uint8_t, 16>& b) noexcept {
+  uint64_t x[2], y[2];
+  std::memcpy(x, a.data(), sizeof x);
+  std::memcpy(y, b.data(), sizeof y);
+  return ((x[0] ^ y[0]) | (x[1] ^ y[1])) == 0;
+}
+
 // An IPv6 address.
 class Ip6Addr {
  public:
@@ -98,7 +108,7 @@ class Ip6Addr {
   bool isLinkLocal() const noexcept { return bytes_[0] == 0xfe && (bytes_[1] & 0xc0) == 0x80; }
   bool isV4Mapped() const noexcept;
 
-  bool operator==(const Ip6Addr&) const = default;
+  bool operator==(const Ip6Addr& o) const noexcept { return sameAddressBytes(bytes_, o.bytes_); }
   auto operator<=>(const Ip6Addr&) const = default;
   // The IPv6 address hash: the two halves of the address in network order, each read as a
   // little-endian word, multiplied by their own odd constants, summed and mixed (MurmurHash3's
@@ -137,7 +147,9 @@ class IpGenAddr {
   // The address as 16 bytes: IPv6 as is, IPv4 mapped as ::ffff:a.b.c.d, none as ::.
   Ip6Addr::Bytes asV6Bytes() const noexcept;
 
-  bool operator==(const IpGenAddr&) const = default;
+  bool operator==(const IpGenAddr& o) const noexcept {
+    return af_ == o.af_ && sameAddressBytes(bytes_, o.bytes_);
+  }
   // Family, then the address bytes in network order.
   auto operator<=>(const IpGenAddr&) const = default;
   // The address hash taken over the address as a 16-byte IPv6 value (asV6Bytes), so that an
