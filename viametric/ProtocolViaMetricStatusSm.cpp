@@ -1,5 +1,6 @@
 #include "viametric/ProtocolViaMetricStatusSm.h"
 
+#include <array>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -67,40 +68,102 @@ auto snapshot(const Coll& coll) {
 }
 
 // A metric change re-evaluates every route of the via, and those routes lie anywhere in the heap.
-// While one route is stamped (its evaluation takes far longer than a cache miss), the lookup of
-// the route two entries on is started and the route one entry on is brought in, so that their
-// misses overlap with the work instead of preceding it. Nothing is changed; only what the first
-// step brought in (the table's slots) is read by the second. The status of the last entry is
-// remembered: a via's routes are nearly always of one VRF.
-class RouteLookahead {
+// Each stamp is a chain of cache misses: the route table's slot, the route, its notifiee list and
+// its list of alternatives, the reactors that hear the stamp and the alternatives, the
+// alternatives' via tables and via sets. While one route is stamped (its evaluation takes far
+// longer than a miss), the look-ahead starts one link of that chain for each of the next kSteps
+// entries, one link further the nearer the entry, so that the misses of several routes overlap
+// with the work instead of preceding it.
+//
+// A route is found once, by its hash alone (a rare other route of the same hash only wastes the
+// hint), at the step after the one that brought it in, and held until its own stamp: an observer
+// of an earlier stamp may drop it meanwhile, and the later steps read it. Nothing is changed, and
+// the stamp still finds its route by prefix as before; only what an earlier step brought in is
+// read. The status of the last entry is remembered: a via's routes are nearly always of one VRF.
+class FanOutLookahead {
  public:
-  static constexpr size_t kSteps = 2;
+  static constexpr size_t kSteps = 5;
 
-  explicit RouteLookahead(const RouteStatusDir& dir) : dir_(dir) {}
+  FanOutLookahead(const RouteStatusDir& dir, const std::vector<PrefixPrefVrfId>& entries)
+      : dir_(dir), entries_(entries) {
+    // The entries that the first stamps reach too soon for advance() to start their whole chain
+    // take the steps they would have missed now, one link for all of them at a time.
+    for (size_t ahead = kSteps; ahead > 1; --ahead) {
+      for (size_t j = 1; j < ahead; ++j) step(j, ahead);
+    }
+  }
 
-  void prefetch(const PrefixPrefVrfId& p, size_t ahead) {
+  // Before the stamp of entry i: entry i + d takes its step d, for every d up to kSteps.
+  void advance(size_t i) {
+    for (size_t ahead = 1; ahead <= kSteps; ++ahead) step(i + ahead, ahead);
+    held_[i % kHeld] = nullptr;
+  }
+
+ private:
+  // Routes held between their lookup (three entries ahead) and their stamp.
+  static constexpr size_t kHeld = 4;
+
+  const Status* statusOf(const PrefixPrefVrfId& p) {
     const RouteStatusKey key(p.vrfId(), p.prefix().af());
     if (!status_ || !(key == key_)) {
       status_ = dir_.status(key);
       key_ = key;
     }
-    if (!status_) return;
-    const auto& routes = status_->routeColl().table();
-    if (ahead == kSteps) {
-      routes.prefetch(p.prefix());
-      return;
-    }
-    // A lookup would compare the key held in the route, which is the miss to avoid.
-    routes.forHashMatches(p.prefix(), [](const Route::Ptr& route) {
-      __builtin_prefetch(route.get());
-      __builtin_prefetch(reinterpret_cast<const char*>(route.get()) + 64);
-    });
+    return status_.get();
   }
 
- private:
+  void step(size_t j, size_t ahead) {
+    if (j >= entries_.size()) return;
+    const PrefixPrefVrfId& p = entries_[j];
+    switch (ahead) {
+      case 5:
+        if (const Status* status = statusOf(p)) status->routeColl().table().prefetch(p.prefix());
+        break;
+      case 4:
+        if (const Status* status = statusOf(p)) {
+          status->routeColl().table().forHashMatches(p.prefix(), [](const Route::Ptr& route) {
+            __builtin_prefetch(route.get());
+            __builtin_prefetch(reinterpret_cast<const char*>(route.get()) + 64);
+          });
+        }
+        break;
+      case 3:
+        if (const Status* status = statusOf(p)) {
+          Route::PtrConst route;
+          status->routeColl().table().forHashMatches(p.prefix(), [&route](const Route::Ptr& r) {
+            if (!route) route = r;
+          });
+          if (route) {
+            route->notifieeList().prefetchSlots();
+            if (!route->routePrefColl().empty()) __builtin_prefetch(&*route->routePrefColl().begin());
+          }
+          held_[j % kHeld] = std::move(route);
+        }
+        break;
+      case 2:
+        if (const Route* route = held_[j % kHeld].get()) {
+          route->notifieeList().prefetchNotifiees();
+          for (const RoutePref::Ptr& rp : route->routePrefColl()) __builtin_prefetch(rp.get());
+        }
+        break;
+      case 1:
+        if (const Route* route = held_[j % kHeld].get()) {
+          for (const RoutePref::Ptr& rp : route->routePrefColl()) {
+            rp->dedupViaKeyColl().table().prefetchFront();
+            if (const auto& viaSet = rp->dedupViaSetKey()) __builtin_prefetch(viaSet.get());
+          }
+        }
+        break;
+      default:
+        break;
+    }
+  }
+
   const RouteStatusDir& dir_;
+  const std::vector<PrefixPrefVrfId>& entries_;
   RouteStatusKey key_;
   Status::PtrConst status_;
+  std::array<Route::PtrConst, kHeld> held_;
 };
 
 void viaKeysOf(const RoutePref& routePref, std::vector<Rib::ViaKey>& out) {
@@ -150,14 +213,11 @@ void ViaMetricStatusSm::handleViaMetric(Vrf::VrfIdMap::VrfId vrfId, Rib::Transpo
   RouteByViaKey::Ptr rbvk = routeByViaKey(viaKey);
   if (!rbvk) return;
   const auto entries = snapshot(rbvk->routeColl());
-  std::optional<RouteLookahead> lookahead;
-  if (routeStatusDir_ && entries.size() > 1) lookahead.emplace(*routeStatusDir_);
+  std::optional<FanOutLookahead> lookahead;
+  if (routeStatusDir_ && entries.size() > 1) lookahead.emplace(*routeStatusDir_, entries);
   for (size_t i = 0; i < entries.size(); ++i) {
     const PrefixPrefVrfId& p = entries[i];
-    if (lookahead) {
-      for (size_t ahead = 1; ahead <= RouteLookahead::kSteps && i + ahead < entries.size(); ++ahead)
-        lookahead->prefetch(entries[i + ahead], ahead);
-    }
+    if (lookahead) lookahead->advance(i);
     // An observer of an earlier stamp may have taken this route off the via.
     if (!rbvk->routeHas(p)) continue;
     KEL_TRACE(gTrace, 9,
