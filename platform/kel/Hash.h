@@ -104,13 +104,14 @@ struct Hash<std::string> {
   uint32_t operator()(const std::string& s) const noexcept { return stringHash(s); }
 };
 
-// Reverses the bits of a 32-bit word: collections iterate in ascending order of this value.
-constexpr uint32_t bitReverse32(uint32_t v) noexcept {
+// Reverses the bits of a 32-bit word: collections iterate in ascending order of this value. Every
+// hash-table operation takes it, and left to itself the compiler called it out of line from over
+// two hundred places.
+[[gnu::always_inline]] constexpr uint32_t bitReverse32(uint32_t v) noexcept {
   v = ((v >> 1) & 0x55555555u) | ((v & 0x55555555u) << 1);
   v = ((v >> 2) & 0x33333333u) | ((v & 0x33333333u) << 2);
   v = ((v >> 4) & 0x0F0F0F0Fu) | ((v & 0x0F0F0F0Fu) << 4);
-  v = ((v >> 8) & 0x00FF00FFu) | ((v & 0x00FF00FFu) << 8);
-  return (v >> 16) | (v << 16);
+  return __builtin_bswap32(v);
 }
 
 }  // namespace Kel
