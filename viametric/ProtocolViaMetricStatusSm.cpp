@@ -135,7 +135,9 @@ class FanOutLookahead {
           });
           if (route) {
             route->notifieeList().prefetchSlots();
-            if (!route->routePrefColl().empty()) __builtin_prefetch(&*route->routePrefColl().begin());
+            if (!route->routePrefColl().empty()) {
+              __builtin_prefetch(&*route->routePrefColl().begin());
+            }
           }
           held_[j % kHeld] = std::move(route);
         }
@@ -154,8 +156,7 @@ class FanOutLookahead {
           }
         }
         break;
-      default:
-        break;
+      default: break;
     }
   }
 

@@ -81,7 +81,9 @@ class NotifieeList {
   // a block lives apart from the entity), then, once they are in, the notifiees themselves.
   // Neither changes anything.
   void prefetchSlots() const noexcept {
-    if ((bits_ & kTagMask) != kSingle) __builtin_prefetch(reinterpret_cast<const void*>(bits_ & ~kTagMask));
+    if ((bits_ & kTagMask) != kSingle) {
+      __builtin_prefetch(reinterpret_cast<const void*>(bits_ & ~kTagMask));
+    }
   }
   void prefetchNotifiees() const noexcept {
     for (size_t i = 0, n = slots(); i < n; ++i) {

@@ -82,7 +82,8 @@ class IpAddr {
 
 // Whether two 16-byte addresses are equal, in two word compares: the defaulted comparison of the
 // arrays is a call to memcmp, and addresses are compared in every lookup by prefix or via key.
-inline bool sameAddressBytes(const std::array<uint8_t, 16>& a, const std::array<uint8_t, 16>& b) noexcept {
+inline bool sameAddressBytes(const std::array<uint8_t, 16>& a,
+                             const std::array<uint8_t, 16>& b) noexcept {
   uint64_t x[2], y[2];
   std::memcpy(x, a.data(), sizeof x);
   std::memcpy(y, b.data(), sizeof y);
