@@ -31,12 +31,12 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <ostream>
 #include <span>
 #include <string>
 #include <string_view>
 
+#include "platform/kel/Hash.h"
 #include "platform/kel/Text.h"
 
 namespace Velnet {
@@ -84,10 +84,8 @@ class IpAddr {
 // arrays is a call to memcmp, and addresses are compared in every lookup by prefix or via key.
 inline bool sameAddressBytes(const std::array<uint8_t, 16>& a,
                              const std::array<uint8_t, 16>& b) noexcept {
-  uint64_t x[2], y[2];
-  std::memcpy(x, a.data(), sizeof x);
-  std::memcpy(y, b.data(), sizeof y);
-  return ((x[0] ^ y[0]) | (x[1] ^ y[1])) == 0;
+  return ((Kel::loadLe64(a.data()) ^ Kel::loadLe64(b.data())) |
+          (Kel::loadLe64(a.data() + 8) ^ Kel::loadLe64(b.data() + 8))) == 0;
 }
 
 // An IPv6 address.
