@@ -398,7 +398,19 @@ void ViaMetricStatusSm::KelRouteStatus::onRoute(const Velnet::IpGenPrefix& prefi
   if (isZombie()) return;
   if (auto route = notifier()->route(prefix)) {
     routeIs(route);
-    // A route built apart arrives with its alternatives and vias already in place.
+    // A route built apart arrives with its alternatives and vias already in place. Each via's
+    // index set is large and cold at a million routes; start loading where this route goes in
+    // all of them, so that their misses overlap rather than follow one another between the
+    // evaluations that each new entry's stamp sets off.
+    const Vrf::VrfIdMap::VrfId vrfId = notifier()->key().vrfId();
+    const auto& index = owner()->routeByViaKeyColl().table();
+    for (const RoutePref::Ptr& routePref : route->routePrefColl()) {
+      const PrefixPrefVrfId indexKey(prefix, routePref->preference(), vrfId);
+      for (const auto& handle : routePref->dedupViaKeyColl()) {
+        if (const RouteByViaKey::Ptr* rbvk = index.find(handle->kelKey()))
+          (*rbvk)->routeColl().prefetchForInsert(indexKey);
+      }
+    }
     for (const RoutePref::Ptr& routePref : snapshot(route->routePrefColl())) {
       if (route->routePref(routePref->preference()) == routePref) indexVias(route, routePref);
     }

@@ -256,6 +256,7 @@ class ValueHashSet {
   auto begin() const { return t_.begin(); }
   auto end() const { return t_.end(); }
   auto lowerBoundHash(uint32_t h) const { return t_.lowerBoundHash(h); }
+  void prefetchForInsert(const K& k) const noexcept { t_.prefetchForInsert(k); }
   std::vector<K> keys() const { return std::vector<K>(t_.begin(), t_.end()); }
   bool insert(const K& k) { return t_.insert(k).second; }
   bool erase(const K& k) { return t_.erase(k); }

@@ -367,6 +367,15 @@ class HashTable {
     __builtin_prefetch(revsOf(block_) + home);
     __builtin_prefetch(elemsOf(block_) + home);
   }
+  // The same and the occupancy word of the home slot, which an insert sets: a writer about to
+  // insert into several large tables issues it for each first, so that their misses overlap.
+  void prefetchForInsert(const Key& key) const noexcept {
+    if (!block_) return;
+    const size_t home = homeOf(revOfKey(key), block_->homeSlots);
+    __builtin_prefetch(revsOf(block_) + home);
+    __builtin_prefetch(elemsOf(block_) + home);
+    __builtin_prefetch(bitsOf(block_) + home / kWordBits);
+  }
   // Calls `f` on every element whose hash is `key`'s, without comparing keys: the element with
   // `key` if present, and rarely others. A walk uses it after prefetch(key) to start loading what
   // an element points to (an entity holding its own key) before the lookup that compares it.
