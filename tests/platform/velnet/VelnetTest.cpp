@@ -314,6 +314,7 @@ TEST(IpGenAddr, HashIsTakenOverTheMappedSixteenBytes) {
   EXPECT_EQ(v4.hash(), IpAddr::parse("10.0.0.1").hash());
   IpGenAddr v6 = IpGenAddr::parse("2001:db8::7");
   EXPECT_EQ(v6.hash(), v6.v6().hash());
+  EXPECT_EQ(IpGenAddr().hash(), Ip6Addr::parse("::").hash());
   // Same 16 bytes, different families: equal hashes, unequal values.
   EXPECT_NE(v4, IpGenAddr(Ip6Addr::parse("::ffff:10.0.0.1")));
 }
