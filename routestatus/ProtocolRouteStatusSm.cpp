@@ -50,6 +50,9 @@ void RouteStatusSm::KelStatus::onRoute(const Velnet::IpGenPrefix& prefix) {
   if (isZombie()) return;
   RouteStatusSm* sm = owner();
   if (auto route = notifier()->route(prefix)) {
+    // Both tables are cold at a million routes: load the RIB's slot while the reactor is filed.
+    sm->ribConfig_->routeColl().prefetch(sm->ribKey(prefix));
+    sm->routeColl().prefetchForInsert(prefix);
     sm->routeIs(route);
   } else {
     sm->routeDel(prefix);

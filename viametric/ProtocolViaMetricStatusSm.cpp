@@ -397,11 +397,11 @@ ViaMetricStatusSm::KelRouteStatus::KelRouteStatus(ViaMetricStatusSm* owner,
 void ViaMetricStatusSm::KelRouteStatus::onRoute(const Velnet::IpGenPrefix& prefix) {
   if (isZombie()) return;
   if (auto route = notifier()->route(prefix)) {
-    routeIs(route);
-    // A route built apart arrives with its alternatives and vias already in place. Each via's
-    // index set is large and cold at a million routes; start loading where this route goes in
-    // all of them, so that their misses overlap rather than follow one another between the
-    // evaluations that each new entry's stamp sets off.
+    // A route built apart arrives with its alternatives and vias already in place. The table of
+    // route reactors and each via's index set are large and cold at a million routes; start
+    // loading where this route goes in all of them, so that their misses overlap rather than
+    // follow one another between the evaluations that each new entry's stamp sets off.
+    routeColl().prefetchForInsert(prefix);
     const Vrf::VrfIdMap::VrfId vrfId = notifier()->key().vrfId();
     const auto& index = owner()->routeByViaKeyColl().table();
     for (const RoutePref::Ptr& routePref : route->routePrefColl()) {
@@ -411,6 +411,7 @@ void ViaMetricStatusSm::KelRouteStatus::onRoute(const Velnet::IpGenPrefix& prefi
           (*rbvk)->routeColl().prefetchForInsert(indexKey);
       }
     }
+    routeIs(route);
     for (const RoutePref::Ptr& routePref : snapshot(route->routePrefColl())) {
       if (route->routePref(routePref->preference()) == routePref) indexVias(route, routePref);
     }

@@ -198,6 +198,8 @@ class ReactorMap : public ReactorCollection<ReactorMap<Key, R>, Key, R> {
   size_t size() const noexcept { return t_.size(); }
   auto begin() const { return t_.begin(); }
   auto end() const { return t_.end(); }
+  // Starts loading where a reactor for `k` would be filed (see HashTable::prefetchForInsert).
+  void prefetchForInsert(const Key& k) const noexcept { t_.prefetchForInsert(k); }
   // Retires every reactor without running handleDel (the owner is going away).
   void clear() noexcept {
     for (R* r : t_) detail::zombieAndDefer(r);
