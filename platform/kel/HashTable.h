@@ -816,6 +816,8 @@ class HashTable {
       raw = largeAllocate(l.bytes);  // page-aligned, so kBlockAlign holds too
     } else if (kBlockAlign <= 16 && l.bytes <= kSmallBlockMax) {
       raw = smallAllocate(l.bytes);  // the one- and two-element tables that every route has
+    } else if (kBlockAlign <= 64) {
+      raw = mediumAllocate(l.bytes);
     } else if constexpr (kBlockAlign > __STDCPP_DEFAULT_NEW_ALIGNMENT__) {
       raw = ::operator new(l.bytes, std::align_val_t(kBlockAlign));
     } else {
@@ -837,6 +839,8 @@ class HashTable {
       largeFree(h, bytes);
     } else if (kBlockAlign <= 16 && bytes <= kSmallBlockMax) {
       smallFree(h, bytes);
+    } else if (kBlockAlign <= 64) {
+      mediumFree(h, bytes);
     } else if constexpr (kBlockAlign > __STDCPP_DEFAULT_NEW_ALIGNMENT__) {
       ::operator delete(h, std::align_val_t(kBlockAlign));
     } else {

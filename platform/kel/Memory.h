@@ -12,6 +12,16 @@
 // levels off at the high-water mark of each size class. Built with AddressSanitizer, every block
 // comes from operator new instead, so that use after free is still caught.
 //
+// Medium blocks, between the two, are the tables of a few dozen to a few thousand entries: above
+// all the reverse index's set of routes per via, ten thousand of them over hundreds of megabytes
+// at a million routes, touched at random by every install and failover. From malloc they sit on
+// 4 KiB pages, and nearly every touch missed the TLB as well as the cache. They come instead from
+// 2 MiB slabs like the small blocks, one size class per slab, eight classes to each doubling of
+// size (a block wastes at most an eighth). Unlike small blocks they go back: a table that grows
+// frees its old block, and the tables of one workload grow in step, so whole slabs empty out and
+// are returned to the system (one empty slab is kept for the next class to need one). Blocks
+// are aligned to 64 and may be freed by any thread.
+//
 // Large blocks. A table of a million routes regrows dozens of times on its way up, each time
 // freeing a block of megabytes. Given to malloc, every such free makes it consolidate its small
 // free chunks and raises its threshold for mapping blocks, so that later big blocks come from the
@@ -37,6 +47,14 @@ inline constexpr size_t kLargeBlockBytes = size_t(256) << 10;
 void* smallAllocate(size_t bytes);
 // Frees a block from smallAllocate; `bytes` is the size it was asked for.
 void smallFree(void* p, size_t bytes) noexcept;
+
+// A block of `bytes` aligned to 64 (from largeAllocate from kLargeBlockBytes on); std::bad_alloc
+// when there is no memory.
+void* mediumAllocate(size_t bytes);
+// Frees a block from mediumAllocate; `bytes` is the size it was asked for.
+void mediumFree(void* p, size_t bytes) noexcept;
+// Bytes of the medium blocks' slabs held from the system now, the empty one kept included.
+size_t mediumBlockSlabBytes() noexcept;
 
 // Zero-filled memory of `bytes`, page-aligned (2 MiB-aligned from 2 MiB on); std::bad_alloc when
 // the system has none.
@@ -131,7 +149,9 @@ class SmallBlockObject {
   static void operator delete(void* p, size_t bytes) noexcept { smallFree(p, bytes); }
   // Over-aligned derived types bypass the free lists (they are 16-aligned).
   static void* operator new(size_t bytes, std::align_val_t al) { return ::operator new(bytes, al); }
-  static void operator delete(void* p, size_t, std::align_val_t al) noexcept { ::operator delete(p, al); }
+  static void operator delete(void* p, size_t, std::align_val_t al) noexcept {
+    ::operator delete(p, al);
+  }
 };
 
 }  // namespace Kel

@@ -1,8 +1,10 @@
-// The framework's small-block free lists and large mapped blocks.
+// The framework's small-block free lists, medium-block slabs and large mapped blocks.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <random>
 #include <set>
 #include <string>
 #include <thread>
@@ -80,6 +82,84 @@ TEST(SmallBlocks, BlockFreedOnAnotherThreadIsSafe) {
   void* p = Kel::smallAllocate(24);
   std::memset(p, 0xAB, 24);
   Kel::smallFree(p, 24);
+}
+
+// Blocks allocated and freed in random order, of sizes across every class and at the edges of
+// classes, keep their contents and their alignment; once all are freed, every slab but the one
+// kept empty has gone back to the system.
+TEST(MediumBlocks, KeepTheirContentsThroughRandomUseAndEmptySlabsGoBack) {
+  const size_t before = Kel::mediumBlockSlabBytes();
+  std::mt19937 rng(7);
+  std::vector<size_t> sizes = {1,
+                               512,
+                               513,
+                               576,
+                               577,
+                               1024,
+                               1025,
+                               16384,
+                               16385,
+                               131072,
+                               Kel::kLargeBlockBytes - 1,
+                               Kel::kLargeBlockBytes + 1};
+  std::uniform_int_distribution<size_t> anySize(Kel::kSmallBlockMax + 1, Kel::kLargeBlockBytes - 1);
+  for (int i = 0; i < 300; ++i) sizes.push_back(anySize(rng) / (i % 3 == 0 ? 1 : 16));
+  struct Block {
+    unsigned char* p;
+    size_t bytes;
+    unsigned char fill;
+  };
+  std::vector<Block> live;
+  size_t peak = 0;
+  const auto check = [](const Block& b) {
+    for (size_t i = 0; i < b.bytes; i += 61) ASSERT_EQ(b.p[i], b.fill) << b.bytes << " at " << i;
+    ASSERT_EQ(b.p[b.bytes - 1], b.fill) << b.bytes;
+  };
+  for (int step = 0; step < 4000; ++step) {
+    if (live.empty() || rng() % 5 < 3) {
+      const size_t bytes = std::max<size_t>(1, sizes[rng() % sizes.size()]);
+      auto* p = static_cast<unsigned char*>(Kel::mediumAllocate(bytes));
+      ASSERT_EQ(reinterpret_cast<uintptr_t>(p) % 64, 0u) << bytes;
+      const auto fill = static_cast<unsigned char>(step);
+      std::memset(p, fill, bytes);
+      live.push_back({p, bytes, fill});
+    } else {
+      const size_t at = rng() % live.size();
+      check(live[at]);
+      Kel::mediumFree(live[at].p, live[at].bytes);
+      live[at] = live.back();
+      live.pop_back();
+    }
+    peak = std::max(peak, Kel::mediumBlockSlabBytes());
+  }
+  for (const Block& b : live) {
+    check(b);
+    Kel::mediumFree(b.p, b.bytes);
+  }
+  if (!kFreeLists) return;
+  EXPECT_GT(peak, before + (size_t(8) << 20));
+  EXPECT_LE(Kel::mediumBlockSlabBytes(), before + (size_t(2) << 20));
+}
+
+// Tables that grow in step, as the index's sets of routes per via do, free whole slabs of the
+// sizes they leave behind; and a block freed by another thread goes back to its slab.
+TEST(MediumBlocks, TablesGrowingInStepLeaveNoSlabsOfTheirPastSizes) {
+  const size_t before = Kel::mediumBlockSlabBytes();
+  {
+    std::vector<Kel::HashSet<uint64_t>> sets(2000);
+    for (uint64_t i = 0; i < 2000 * 400; ++i) sets[i % 2000].insert(i);
+    size_t blocks = 0;
+    for (const auto& set : sets) blocks += set.bytesUsed();
+    // What the sets hold now, and little more: not the slabs of every size they grew through.
+    if (kFreeLists) {
+      EXPECT_LT(Kel::mediumBlockSlabBytes() - before, blocks * 3 / 2 + (size_t(4) << 20));
+    }
+    std::thread t([&] { sets.clear(); });
+    t.join();
+  }
+  if (kFreeLists) {
+    EXPECT_LE(Kel::mediumBlockSlabBytes(), before + (size_t(2) << 20));
+  }
 }
 
 // Blocks of a huge page or more start on a huge-page boundary, or the system cannot back them
