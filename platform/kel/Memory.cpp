@@ -96,12 +96,12 @@ void* newSlab() {
 // it, so that a block finds its slab by masking its address.
 constexpr size_t kMediumAlign = 64;
 constexpr size_t kMediumClassesPerDoubling = 8;
-constexpr unsigned kMediumFirstExponent = 9;  // the first doubling: 512 to 1,024 bytes
+constexpr unsigned kMediumFirstExponent = 12;  // the first doubling: 4 to 8 KiB
 constexpr size_t kMediumClasses =
     (std::bit_width(kLargeBlockBytes - 1) - kMediumFirstExponent) * kMediumClassesPerDoubling;
 
 // The class of a block of `bytes`, and the bytes of each block of a class: 2^e * (1 + (j+1)/8)
-// for the j-th class of the doubling from 2^e. Blocks up to 576 bytes take the first class.
+// for the j-th class of the doubling from 2^e.
 size_t mediumClassOf(size_t bytes) noexcept {
   const size_t last = std::max(bytes, (size_t(1) << kMediumFirstExponent) + 1) - 1;
   const unsigned e = static_cast<unsigned>(std::bit_width(last)) - 1;
@@ -213,6 +213,7 @@ void smallFree(void* ptr, size_t bytes) noexcept {
 
 void* mediumAllocate(size_t bytes) {
   if (bytes >= kLargeBlockBytes) return largeAllocate(bytes);
+  if (bytes < kMediumSlabBlockMin) return ::operator new(bytes, std::align_val_t(kMediumAlign));
   const size_t c = mediumClassOf(bytes);
   MediumHeap& h = mediumHeap();
   std::lock_guard lock(h.mutex);
@@ -247,6 +248,10 @@ void mediumFree(void* p, size_t bytes) noexcept {
   if (p == nullptr) return;
   if (bytes >= kLargeBlockBytes) {
     largeFree(p, bytes);
+    return;
+  }
+  if (bytes < kMediumSlabBlockMin) {
+    ::operator delete(p, std::align_val_t(kMediumAlign));
     return;
   }
   MediumSlab* s = mediumSlabOf(p);

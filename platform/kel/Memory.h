@@ -15,12 +15,14 @@
 // Medium blocks, between the two, are the tables of a few dozen to a few thousand entries: above
 // all the reverse index's set of routes per via, ten thousand of them over hundreds of megabytes
 // at a million routes, touched at random by every install and failover. From malloc they sit on
-// 4 KiB pages, and nearly every touch missed the TLB as well as the cache. They come instead from
-// 2 MiB slabs like the small blocks, one size class per slab, eight classes to each doubling of
-// size (a block wastes at most an eighth). Unlike small blocks they go back: a table that grows
-// frees its old block, and the tables of one workload grow in step, so whole slabs empty out and
-// are returned to the system (one empty slab is kept for the next class to need one). Blocks
-// are aligned to 64 and may be freed by any thread.
+// 4 KiB pages, and nearly every touch missed the TLB as well as the cache. Those of a page or more
+// (kMediumSlabBlockMin) come instead from 2 MiB slabs like the small blocks, one size class per
+// slab, eight classes to each doubling of size (a block wastes at most an eighth); smaller ones
+// stay with malloc, which packs them as well, where a slab per class would hold up to 2 MiB for a
+// few blocks. Unlike small blocks they go back: a table that grows frees its old block, and the
+// tables of one workload grow in step, so whole slabs empty out and are returned to the system
+// (one empty slab is kept for the next class to need one). Blocks are aligned to 64 and may be
+// freed by any thread.
 //
 // Large blocks. A table of a million routes regrows dozens of times on its way up, each time
 // freeing a block of megabytes. Given to malloc, every such free makes it consolidate its small
@@ -42,14 +44,17 @@ namespace Kel {
 inline constexpr size_t kSmallBlockMax = 512;
 // Blocks at least this large come from largeAllocate.
 inline constexpr size_t kLargeBlockBytes = size_t(256) << 10;
+// mediumAllocate serves blocks from this size up to kLargeBlockBytes from its slabs.
+inline constexpr size_t kMediumSlabBlockMin = 4096;
 
 // A block of `bytes` aligned to 16; std::bad_alloc when there is no memory.
 void* smallAllocate(size_t bytes);
 // Frees a block from smallAllocate; `bytes` is the size it was asked for.
 void smallFree(void* p, size_t bytes) noexcept;
 
-// A block of `bytes` aligned to 64 (from largeAllocate from kLargeBlockBytes on); std::bad_alloc
-// when there is no memory.
+// A block of `bytes` aligned to 64: from operator new below kMediumSlabBlockMin, from
+// largeAllocate from kLargeBlockBytes on, from the slabs between; std::bad_alloc when there is
+// no memory.
 void* mediumAllocate(size_t bytes);
 // Frees a block from mediumAllocate; `bytes` is the size it was asked for.
 void mediumFree(void* p, size_t bytes) noexcept;

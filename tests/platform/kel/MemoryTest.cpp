@@ -90,14 +90,15 @@ TEST(SmallBlocks, BlockFreedOnAnotherThreadIsSafe) {
 TEST(MediumBlocks, KeepTheirContentsThroughRandomUseAndEmptySlabsGoBack) {
   const size_t before = Kel::mediumBlockSlabBytes();
   std::mt19937 rng(7);
+  // Either side of the slabs' band and of its first classes' edges (4,608 and 5,120 bytes).
+  const size_t min = Kel::kMediumSlabBlockMin;
   std::vector<size_t> sizes = {1,
-                               512,
                                513,
-                               576,
-                               577,
-                               1024,
-                               1025,
-                               16384,
+                               min - 1,
+                               min,
+                               min + 1,
+                               min * 9 / 8,
+                               min * 9 / 8 + 1,
                                16385,
                                131072,
                                Kel::kLargeBlockBytes - 1,
@@ -146,8 +147,8 @@ TEST(MediumBlocks, KeepTheirContentsThroughRandomUseAndEmptySlabsGoBack) {
 TEST(MediumBlocks, TablesGrowingInStepLeaveNoSlabsOfTheirPastSizes) {
   const size_t before = Kel::mediumBlockSlabBytes();
   {
-    std::vector<Kel::HashSet<uint64_t>> sets(2000);
-    for (uint64_t i = 0; i < 2000 * 400; ++i) sets[i % 2000].insert(i);
+    std::vector<Kel::HashSet<uint64_t>> sets(1000);
+    for (uint64_t i = 0; i < 1000 * 1600; ++i) sets[i % 1000].insert(i);
     size_t blocks = 0;
     for (const auto& set : sets) blocks += set.bytesUsed();
     // What the sets hold now, and little more: not the slabs of every size they grew through.
