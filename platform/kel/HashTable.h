@@ -361,21 +361,10 @@ class HashTable {
   // Starts loading, without waiting, the cache lines that a lookup of `key` reads first: its
   // home slot's rev and element. A walk over scattered data issues this some steps ahead so that
   // the misses of several lookups overlap. Changes nothing and never faults.
-  void prefetch(const Key& key) const noexcept {
-    if (!block_) return;
-    const size_t home = homeOf(revOfKey(key), block_->homeSlots);
-    __builtin_prefetch(revsOf(block_) + home);
-    __builtin_prefetch(elemsOf(block_) + home);
-  }
+  void prefetch(const Key& key) const noexcept { prefetchHome(key, false); }
   // The same and the occupancy word of the home slot, which an insert sets: a writer about to
   // insert into several large tables issues it for each first, so that their misses overlap.
-  void prefetchForInsert(const Key& key) const noexcept {
-    if (!block_) return;
-    const size_t home = homeOf(revOfKey(key), block_->homeSlots);
-    __builtin_prefetch(revsOf(block_) + home);
-    __builtin_prefetch(elemsOf(block_) + home);
-    __builtin_prefetch(bitsOf(block_) + home / kWordBits);
-  }
+  void prefetchForInsert(const Key& key) const noexcept { prefetchHome(key, true); }
   // Calls `f` on every element whose hash is `key`'s, without comparing keys: the element with
   // `key` if present, and rarely others. A walk uses it after prefetch(key) to start loading what
   // an element points to (an entity holding its own key) before the lookup that compares it.
@@ -586,6 +575,14 @@ class HashTable {
 
   [[noreturn]] static void tooManyElements(uint64_t n) {
     throw RangeException("HashTable: cannot hold " + std::to_string(n) + " elements");
+  }
+
+  void prefetchHome(const Key& key, bool forInsert) const noexcept {
+    if (!block_) return;
+    const size_t home = homeOf(revOfKey(key), block_->homeSlots);
+    __builtin_prefetch(revsOf(block_) + home);
+    __builtin_prefetch(elemsOf(block_) + home);
+    if (forInsert) __builtin_prefetch(bitsOf(block_) + home / kWordBits);
   }
 
   uint32_t revOfKey(const Key& key) const noexcept {
