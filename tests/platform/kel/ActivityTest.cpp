@@ -12,7 +12,8 @@ using Log = std::vector<std::string>;
 
 class Ticker : public Kel::Clock::NotifieeConst {
  public:
-  Ticker(const Kel::Ptr<Kel::Clock>& c, Log* log, std::string name) : log_(log), name_(std::move(name)) {
+  Ticker(const Kel::Ptr<Kel::Clock>& c, Log* log, std::string name)
+      : log_(log), name_(std::move(name)) {
     notifierIs(c);
   }
   void onTime() override {
@@ -47,9 +48,18 @@ TEST_F(ActivityTest, DueClocksRunInTimeOrderThenArmingOrder) {
   EXPECT_EQ(loop.runOnce(), 0u);  // each arming fires once
 }
 
-TEST_F(ActivityTest, FutureClockWaitsAndRearmingReplacesTheEarlierTime) {
-  auto a = loop.clockNew();
-  Ticker ta(a, &log, "a");
+TEST_F(ActivityTest, FutureClockWaitsRearmingReplacesItsTimeAndDisarmedClocksDoNotFire) {
+  auto a = loop.clockNew(), c = loop.clockNew();
+  Ticker ta(a, &log, "a"), tc(c, &log, "c");
+  {
+    auto b = loop.clockNew();
+    Ticker tb(b, &log, "b");
+    b->timeMinIs(0);
+  }
+  c->timeMinIs(0);
+  c->timeMinDel();
+  loop.runUntilIdle();
+  EXPECT_TRUE(log.empty());
   a->timeMinIs(105);
   EXPECT_EQ(loop.runOnce(), 0u);
   a->timeMinIs(103);
@@ -72,20 +82,6 @@ TEST_F(ActivityTest, ClockArmedDuringATurnRunsOnTheNextTurn) {
   ta.rearmIn = -1;
   EXPECT_EQ(loop.runUntilIdle(), 1u);
   EXPECT_FALSE(loop.pending());
-}
-
-TEST_F(ActivityTest, DisarmedOrDestroyedClocksDoNotFire) {
-  auto a = loop.clockNew();
-  {
-    auto b = loop.clockNew();
-    Ticker tb(b, &log, "b");
-    b->timeMinIs(0);
-  }
-  Ticker ta(a, &log, "a");
-  a->timeMinIs(0);
-  a->timeMinDel();
-  loop.runUntilIdle();
-  EXPECT_TRUE(log.empty());
 }
 
 TEST_F(ActivityTest, RunUntilStepsTimeFromOneDueClockToTheNext) {

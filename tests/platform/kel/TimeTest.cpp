@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <limits>
-#include <memory>
 
 #include "platform/kel/Exception.h"
 #include "platform/kel/Time.h"
@@ -44,9 +43,12 @@ TEST(ManualTimeSource, RefusesToGoBackwardsOrLeaveFiniteTime) {
   EXPECT_EQ(clock.now(), 13.0);
 }
 
-TEST(TimeSource, ScopedSourcesNestAndRestoreTheDefault) {
-  Kel::ManualTimeSource a(1.0);
-  Kel::ManualTimeSource b(2.0);
+TEST(TimeSource, InstallReturnsThePreviousSourceAndScopedSourcesNest) {
+  Kel::ManualTimeSource a(1.0), b(2.0);
+  EXPECT_EQ(Kel::timeSourceIs(&a), nullptr);
+  EXPECT_EQ(Kel::timeSourceIs(&b), &a);
+  EXPECT_EQ(Kel::timeSourceIs(nullptr), &b);
+  EXPECT_GE(Kel::currentTime(), 0.0);
   {
     Kel::ScopedTimeSource outer(a);
     EXPECT_EQ(Kel::currentTime(), 1.0);
@@ -60,28 +62,19 @@ TEST(TimeSource, ScopedSourcesNestAndRestoreTheDefault) {
   EXPECT_EQ(Kel::timeSourceIs(nullptr), nullptr);
 }
 
-TEST(TimeSource, InstallReturnsThePreviousSource) {
-  Kel::ManualTimeSource a(1.0);
-  Kel::ManualTimeSource b(2.0);
-  EXPECT_EQ(Kel::timeSourceIs(&a), nullptr);
-  EXPECT_EQ(Kel::timeSourceIs(&b), &a);
-  EXPECT_EQ(Kel::timeSourceIs(nullptr), &b);
-  EXPECT_GE(Kel::currentTime(), 0.0);
-}
-
-TEST(TimeSource, DestroyingTheInstalledSourceFallsBackToTheDefault) {
-  auto clock = std::make_unique<Kel::ManualTimeSource>(-5.0);
-  Kel::timeSourceIs(clock.get());
-  clock.reset();
+TEST(TimeSource, OnlyDestroyingTheInstalledSourceFallsBackToTheDefault) {
+  {
+    Kel::ManualTimeSource installed(7.0);
+    Kel::ScopedTimeSource scope(installed);
+    { Kel::ManualTimeSource other(3.0); }
+    EXPECT_EQ(Kel::currentTime(), 7.0);
+  }
+  {
+    Kel::ManualTimeSource clock(-5.0);
+    Kel::timeSourceIs(&clock);
+  }
   EXPECT_EQ(Kel::timeSourceIs(nullptr), nullptr);
   EXPECT_GE(Kel::currentTime(), 0.0);
-}
-
-TEST(TimeSource, DestroyingAnotherSourceLeavesTheInstalledOne) {
-  Kel::ManualTimeSource installed(7.0);
-  Kel::ScopedTimeSource scope(installed);
-  { Kel::ManualTimeSource other(3.0); }
-  EXPECT_EQ(Kel::currentTime(), 7.0);
 }
 
 }  // namespace
