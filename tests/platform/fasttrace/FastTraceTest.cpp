@@ -50,9 +50,15 @@ TEST_F(FastTraceTest, RingKeepsTheNewestLinesInOrderAfterWrapping) {
   EXPECT_EQ(FastTrace::lines(), (Lines{"4", "5", "6"}));
   recordNumbers(7, 17);
   EXPECT_EQ(FastTrace::lines(), (Lines{"15", "16", "17"}));
+  std::ostringstream out;
+  FastTrace::dump(out);
+  EXPECT_EQ(out.str(), "15\n16\n17\n");
+  FastTrace::clear();
+  recordNumbers(18, 18);
+  EXPECT_EQ(FastTrace::lines(), (Lines{"18"}));
 }
 
-TEST_F(FastTraceTest, ResizingKeepsTheNewestLinesThatFit) {
+TEST_F(FastTraceTest, ResizingKeepsTheNewestLinesThatFitAndZeroIsRefused) {
   FastTrace::capacityIs(4);
   recordNumbers(1, 6);  // wrapped: the oldest held line is not in the first slot
   FastTrace::capacityIs(2);
@@ -63,25 +69,9 @@ TEST_F(FastTraceTest, ResizingKeepsTheNewestLinesThatFit) {
   EXPECT_EQ(FastTrace::lines(), (Lines{"6", "7"}));
   recordNumbers(8, 11);
   EXPECT_EQ(FastTrace::lines(), (Lines{"7", "8", "9", "10", "11"}));
-}
-
-TEST_F(FastTraceTest, ZeroCapacityIsRefused) {
-  FastTrace::capacityIs(2);
-  recordNumbers(1, 2);
   EXPECT_THROW(FastTrace::capacityIs(0), Kel::RangeException);
-  EXPECT_EQ(FastTrace::capacity(), 2u);
-  EXPECT_EQ(FastTrace::lines(), (Lines{"1", "2"}));
-}
-
-TEST_F(FastTraceTest, DumpWritesOldestFirstOneLinePerLine) {
-  FastTrace::capacityIs(2);
-  recordNumbers(1, 3);
-  std::ostringstream out;
-  FastTrace::dump(out);
-  EXPECT_EQ(out.str(), "2\n3\n");
-  FastTrace::clear();
-  recordNumbers(4, 4);
-  EXPECT_EQ(FastTrace::lines(), (Lines{"4"}));
+  EXPECT_EQ(FastTrace::capacity(), 5u);
+  EXPECT_EQ(FastTrace::lines(), (Lines{"7", "8", "9", "10", "11"}));
 }
 
 TEST_F(FastTraceTest, DisabledRingDoesNotEvaluateItsText) {
@@ -95,14 +85,12 @@ TEST_F(FastTraceTest, DisabledRingDoesNotEvaluateItsText) {
 }
 
 TEST_F(FastTraceTest, RingFollowsTheFastTraceHandleInTheRules) {
-  Kel::traceConfigIs("FastTrace");
-  EXPECT_TRUE(FastTrace::enabled());
-  Kel::traceConfigIs("Quill::RouteStatusSm/9");
-  EXPECT_FALSE(FastTrace::enabled());
-  Kel::traceConfigIs("FastTrace/3");
-  EXPECT_TRUE(FastTrace::enabled());
-  Kel::traceConfigIs("*/9");
-  EXPECT_TRUE(FastTrace::enabled());
+  const std::pair<const char*, bool> cases[] = {
+      {"FastTrace", true}, {"Quill::RouteStatusSm/9", false}, {"FastTrace/3", true}, {"*/9", true}};
+  for (const auto& [rules, enabled] : cases) {
+    Kel::traceConfigIs(rules);
+    EXPECT_EQ(FastTrace::enabled(), enabled) << rules;
+  }
   Kel::traceConfigIs("");
   {
     Kel::ScopedTraceSettings scope;

@@ -1,12 +1,10 @@
-// The platform's per-VRF interface status trees: what the library relies on when it mounts them
-// and follows them.
+// The platform's per-VRF interface status trees: what the library relies on when it follows them.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "platform/ip/Ip.h"
-#include "platform/kel/Reflection.h"
 
 namespace {
 
@@ -31,42 +29,30 @@ class Ipv6IntfWatch : public Ip6::IntfStatus::NotifieeConst {
   Log log;
 };
 
-TEST(IpStatus, MountCreatesEmptyRootsByTypeName) {
-  auto v4 = Kel::createEntity("Ip::Status");
-  auto v6 = Kel::createEntity("Ip6::Status");
-  auto* s4 = dynamic_cast<Ip::Status*>(v4.get());
-  auto* s6 = dynamic_cast<Ip6::Status*>(v6.get());
-  ASSERT_NE(s4, nullptr);
-  ASSERT_NE(s6, nullptr);
-  EXPECT_EQ(s4->vrfIpIntfStatuss(), 0u);
-  EXPECT_EQ(s6->vrfIp6IntfStatuss(), 0u);
-}
-
 // A watcher of the routing flag must not be woken by address churn, and the reverse: each
 // attribute notifies on its own, and only when its value changes.
-TEST(IpStatus, Ipv4AttributesNotifySeparatelyAndOnlyOnChange) {
-  auto status = Ip::statusFactory();
-  auto intf = status->vrfIpIntfStatusIs(L3::VrfName("red"))->ipIntfStatusIs(Velnet::IntfId("eth1"));
-  Ipv4IntfWatch watch(intf);
-  intf->addrWithMaskIs(Velnet::IpGenPrefix::parse("10.0.0.0/24"));
-  intf->addrWithMaskIs(Velnet::IpGenPrefix::parse("10.0.0.0/24"));
-  intf->mtuIs(9000);
-  intf->dpRoutingEnabledIs(true);
-  intf->dpRoutingEnabledIs(true);
-  EXPECT_EQ(watch.log, (Log{"addrWithMask", "mtu", "dpRoutingEnabled"}));
-}
+TEST(IpStatus, AttributesNotifySeparatelyAndOnlyOnChange) {
+  auto v4 = Ip::statusFactory()
+                ->vrfIpIntfStatusIs(L3::VrfName("red"))
+                ->ipIntfStatusIs(Velnet::IntfId("eth1"));
+  Ipv4IntfWatch watch4(v4);
+  v4->addrWithMaskIs(Velnet::IpGenPrefix::parse("10.0.0.0/24"));
+  v4->addrWithMaskIs(Velnet::IpGenPrefix::parse("10.0.0.0/24"));
+  v4->mtuIs(9000);
+  v4->dpRoutingEnabledIs(true);
+  v4->dpRoutingEnabledIs(true);
+  EXPECT_EQ(watch4.log, (Log{"addrWithMask", "mtu", "dpRoutingEnabled"}));
 
-TEST(IpStatus, Ipv6AttributesNotifySeparatelyAndOnlyOnChange) {
-  auto status = Ip6::statusFactory();
-  auto intf =
-      status->vrfIp6IntfStatusIs(L3::VrfName("red"))->ip6IntfStatusIs(Velnet::IntfId("eth1"));
-  Ipv6IntfWatch watch(intf);
-  intf->linkLocalAddrIs(Velnet::IpGenAddr::parse("fe80::1"));
-  intf->addrWithMaskIs(Velnet::IpGenPrefix::parse("2001:db8::/64"));
-  intf->dpRoutingEnabledIs(true);
-  intf->dpRoutingEnabledIs(false);
-  intf->mtuIs(0);
-  EXPECT_EQ(watch.log,
+  auto v6 = Ip6::statusFactory()
+                ->vrfIp6IntfStatusIs(L3::VrfName("red"))
+                ->ip6IntfStatusIs(Velnet::IntfId("eth1"));
+  Ipv6IntfWatch watch6(v6);
+  v6->linkLocalAddrIs(Velnet::IpGenAddr::parse("fe80::1"));
+  v6->addrWithMaskIs(Velnet::IpGenPrefix::parse("2001:db8::/64"));
+  v6->dpRoutingEnabledIs(true);
+  v6->dpRoutingEnabledIs(false);
+  v6->mtuIs(0);
+  EXPECT_EQ(watch6.log,
             (Log{"linkLocalAddr", "addrWithMask", "dpRoutingEnabled", "dpRoutingEnabled"}));
 }
 

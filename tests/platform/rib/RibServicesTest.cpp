@@ -1,6 +1,8 @@
 // The in-process RIB services: the state database and its mount group, shared tables with their
-// capacity, the protocol policy, via-set deduplication and the configuration state machines.
+// capacity, via-set deduplication and the configuration state machines.
 #include <gtest/gtest.h>
+
+#include <string>
 
 #include "platform/kel/Kel.h"
 #include "platform/rib/ConfigSm.h"
@@ -15,8 +17,8 @@ using namespace Routing;
 using Rib::RoutingProtocol;
 
 Rib::ViaKey via(const char* addr) {
-  return Rib::ViaKey(Rib::Transport::ipv4, 0, RoutingProtocol::staticConfig, Velnet::IpGenAddr::parse(addr),
-                     Velnet::IntfId(), 0);
+  return Rib::ViaKey(Rib::Transport::ipv4, 0, RoutingProtocol::staticConfig,
+                     Velnet::IpGenAddr::parse(addr), Velnet::IntfId(), 0);
 }
 
 class RibServicesTest : public ::testing::Test {
@@ -49,11 +51,12 @@ TEST_F(RibServicesTest, MountGroupCompletesOnALaterTurnAndCreatesMissingEntities
 }
 
 TEST_F(RibServicesTest, SharedTableRefusesAnInsertPastItsSizeAndChangesNothing) {
+  const std::string path = "routing/mrib/viaConfig/ipv4/5/staticConfig";
   KelShmtab::Mount mount(em);
   KelShmtab::MountInfo info;
   info.collectionInfoIs("via", "Routing::Rib::Ip::ViaConfig", 2);
-  auto table = Kel::ptrCast<Rib::Ip::ViaConfig>(mount.doMount("routing/mrib/viaConfig/ipv4/5/staticConfig",
-                                                               "Routing::Rib::Ip::ViaConfig", info));
+  auto table =
+      Kel::ptrCast<Rib::Ip::ViaConfig>(mount.doMount(path, "Routing::Rib::Ip::ViaConfig", info));
   EXPECT_EQ(table->ribName(), "mrib");
   EXPECT_EQ(ViaConfigLib::getRibStringFromIpViaConfig(table), "mrib");
   table->viaIs(Rib::Via(via("10.0.0.1")));
@@ -63,11 +66,11 @@ TEST_F(RibServicesTest, SharedTableRefusesAnInsertPastItsSizeAndChangesNothing) 
   table->viaIs(Rib::Via(via("10.0.0.2"), 16));  // replacing needs no room
   EXPECT_EQ(table->via(via("10.0.0.2"))->mplsLabel(), 16u);
   // Mounting the same path again shares the table.
-  EXPECT_EQ(mount.doMount("routing/mrib/viaConfig/ipv4/5/staticConfig", "Routing::Rib::Ip::ViaConfig", info), table);
-  mount.doCleanup("routing/mrib/viaConfig/ipv4/5/staticConfig");
+  EXPECT_EQ(mount.doMount(path, "Routing::Rib::Ip::ViaConfig", info), table);
+  mount.doCleanup(path);
   EXPECT_EQ(table->vias(), 0u);
-  EXPECT_TRUE(mount.doUnmount("routing/mrib/viaConfig/ipv4/5/staticConfig"));
-  EXPECT_EQ(mount.getEntity("routing/mrib/viaConfig/ipv4/5/staticConfig"), nullptr);
+  EXPECT_TRUE(mount.doUnmount(path));
+  EXPECT_EQ(mount.getEntity(path), nullptr);
 }
 
 TEST_F(RibServicesTest, RouteTableCapacityAndPerVrfDeletion) {
@@ -80,16 +83,6 @@ TEST_F(RibServicesTest, RouteTableCapacityAndPerVrfDeletion) {
   rc->doDeleteRoutesForVrf(1);
   EXPECT_EQ(rc->routes(), 1u);
   EXPECT_NE(rc->route(Rib::RouteKey(2, p)), nullptr);
-}
-
-TEST_F(RibServicesTest, PolicyCoversPerVrfAllVrfAndMribProtocols) {
-  EXPECT_FALSE(ViaConfigLib::isAllVrfViaConfig("staticConfig", "ipv4", "rib"));
-  EXPECT_FALSE(RouteConfigLib::isAllVrfRouteConfig("staticConfig", "ipv6", "rib"));
-  EXPECT_TRUE(Rib::RoutingProtocolHelper::mribProtocol(RoutingProtocol::staticConfig));
-  EXPECT_TRUE(ViaConfigLib::isAllVrfViaConfig("routeInput", "evpn", "rib"));
-  EXPECT_TRUE(RouteConfigLib::isAllVrfRouteConfig("routeInput", "ipv4", "rib"));
-  EXPECT_FALSE(Rib::RoutingProtocolHelper::mribProtocol(RoutingProtocol::routeInput));
-  EXPECT_EQ(RouteConfigLib::allVrfRibMount("routeInput", "ipv6", "rib"), "routing/rib/routeConfig/ipv6/allVrfs/routeInput");
 }
 
 TEST_F(RibServicesTest, ViaSetTableFullRefusesOnlyNewSets) {
@@ -121,21 +114,6 @@ TEST_F(RibServicesTest, ConfigurationMachinesCountChanges) {
   config->restartingVrfIs(L3::VrfName("red"));
   config->restartingVrfDel(L3::VrfName("red"));
   EXPECT_EQ(vsm->generation(), 2u);
-}
-
-TEST_F(RibServicesTest, CorruptTableReportsThroughItsHandler) {
-  auto table = Rib::Evpn::viaConfigFactory();
-  std::string seen;
-  table->corruptionHandlerIs([&](const std::string& m) { seen = m; });
-  table->corruptIs(true);
-  try {
-    table->checkIntegrity();
-    FAIL();
-  } catch (const Kel::CorruptionException& e) {
-    table->reportCorruption(e.what());
-  }
-  EXPECT_EQ(seen, "Routing::Rib::Evpn::ViaConfig is corrupted");
-  EXPECT_EQ(table->corruptionReports(), 1u);
 }
 
 }  // namespace
