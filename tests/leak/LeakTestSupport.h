@@ -2,8 +2,10 @@
 // per VRF, a leak root, and a manual clock, with helpers that read the outcome as text.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <vector>
@@ -43,6 +45,25 @@ std::vector<std::string> prefixes(const Coll& coll) {
 // The last of some trace texts, or "" when there are none.
 inline std::string lastOf(const std::vector<std::string>& texts) {
   return texts.empty() ? "" : texts.back();
+}
+inline bool contains(const std::vector<std::string>& texts, const std::string& text) {
+  return std::find(texts.begin(), texts.end(), text) != texts.end();
+}
+
+// Matches a callable that throws an E with exactly this text.
+template <class E>
+auto throwsText(const std::string& text) {
+  return testing::ThrowsMessage<E>(testing::StrEq(text));
+}
+
+// The long text forms of a VRF and of a source/destination pair, as traces and errors print them.
+inline std::string vrfText(VrfId id) {
+  return "Value('Routing::Protocol::VrfIdAf', ** {'vrfId': " + std::to_string(id) +
+         ", 'af': 'ipv4'})";
+}
+inline std::string pairText(VrfId src, VrfId dst) {
+  return "Value('Routing::Protocol::VrfPairAf', ** {'srcVrf': " + std::to_string(src) +
+         ", 'dstVrf': " + std::to_string(dst) + ", 'af': 'ipv4'})";
 }
 
 // The routes leaked into a configuration, as "prefix<-source VRF", in iteration order.

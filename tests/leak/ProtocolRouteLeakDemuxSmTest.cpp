@@ -2,7 +2,6 @@
 // review, which keeps walking once its quantum is spent.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <set>
 #include <string>
 #include <vector>
@@ -99,22 +98,21 @@ TEST_F(DemuxSmTest, ReviewHandlesEverySecondKeyOnceTheQuantumIsSpent) {
   Kel::activityManager().runOnce();
   std::vector<std::string> first, passedOver;
   for (size_t i = 0; i < order.size(); ++i) (i % 2 == 0 ? first : passedOver).push_back(order[i]);
-  EXPECT_EQ(prefixes(config->leakRouteColl()).size(), 5u);
+  EXPECT_EQ(config->leakRoutes(), 5u);
   for (const auto& p : first) EXPECT_TRUE(config->leakRouteHas(key(p.c_str()))) << p;
   EXPECT_EQ(prefixes(demux->backlogColl()), passedOver);
-  std::vector<std::string> suspensions;
+  std::vector<std::string> suspensions, expected;
   for (const auto& t : capture.texts()) {
     if (t.find("review suspending") != std::string::npos) suspensions.push_back(t);
   }
-  EXPECT_EQ(suspensions,
-            (std::vector<std::string>{"doReview review suspending after 1 passes this run.",
-                                      "doReview review suspending after 2 passes this run.",
-                                      "doReview review suspending after 3 passes this run.",
-                                      "doReview review suspending after 4 passes this run.",
-                                      "doReview review suspending after 5 passes this run."}));
-  EXPECT_EQ(
-      lastOf(capture.texts()),
-      "void Routing::Protocol::Leak::DemuxSm::doReview() review complete after 5 passes this run.");
+  for (int i = 1; i <= 5; ++i) {
+    expected.push_back("doReview review suspending after " + std::to_string(i) +
+                       " passes this run.");
+  }
+  EXPECT_EQ(suspensions, expected);
+  const std::string complete =
+      "void Routing::Protocol::Leak::DemuxSm::doReview() review complete after 5 passes this run.";
+  EXPECT_EQ(lastOf(capture.texts()), complete);
   EXPECT_FALSE(demux->bookmarkValid());
 
   // The next run starts from the beginning again and takes the keys passed over.
@@ -123,35 +121,21 @@ TEST_F(DemuxSmTest, ReviewHandlesEverySecondKeyOnceTheQuantumIsSpent) {
   Kel::activityManager().runOnce();
   EXPECT_EQ(config->leakRoutes(), 10u);
   EXPECT_EQ(demux->backlogs(), 0u);
-  EXPECT_EQ(
-      lastOf(capture.texts()),
-      "void Routing::Protocol::Leak::DemuxSm::doReview() review complete after 5 passes this run.");
+  EXPECT_EQ(lastOf(capture.texts()), complete);
 }
 
 TEST_F(DemuxSmTest, ForeignListsAndNullReactorsAreReportedWithTheirTexts) {
   start();
   Kel::ScopedThrowingAsserts asserts;
-  try {
-    demux->handleLeakRouteList(pair4(1, 8));
-    FAIL();
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_STREQ(e.what(), "key.dstVrf() == vrfIdAf().vrfId()");
-  }
-  try {
-    demux->handleLeakRouteList(VrfPairAf(1, 7, AddressFamily::ipv6));
-    FAIL();
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_STREQ(e.what(), "key.af() == vrfIdAf().af()");
-  }
-  try {
-    demux->leakRouteListIs(nullptr);
-    FAIL();
-  } catch (const Kel::RangeException& e) {
-    EXPECT_STREQ(e.what(),
-                 "null _leakRouteList parameter to mutator for "
-                 "Routing::Protocol::Leak::DemuxSm::leakRouteList not "
-                 "allowed\"");
-  }
+  using Assertion = Kel::AssertionException;
+  EXPECT_THAT([&] { demux->handleLeakRouteList(pair4(1, 8)); },
+              throwsText<Assertion>("key.dstVrf() == vrfIdAf().vrfId()"));
+  EXPECT_THAT([&] { demux->handleLeakRouteList(VrfPairAf(1, 7, AddressFamily::ipv6)); },
+              throwsText<Assertion>("key.af() == vrfIdAf().af()"));
+  EXPECT_THAT([&] { demux->leakRouteListIs(nullptr); },
+              throwsText<Kel::RangeException>(
+                  "null _leakRouteList parameter to mutator for "
+                  "Routing::Protocol::Leak::DemuxSm::leakRouteList not allowed\""));
 }
 
 TEST_F(DemuxSmTest, EntryTracesNameTheDestinationAndTheList) {
@@ -159,25 +143,20 @@ TEST_F(DemuxSmTest, EntryTracesNameTheDestinationAndTheList) {
   start();
   Kel::ScopedTraceCapture capture("Quill::ProtocolRouteLeakSm/8");
   input->leakRouteListIs(listFrom(3));
-  const std::string dst = "Value('Routing::Protocol::VrfIdAf', ** {'vrfId': 7, 'af': 'ipv4'})";
-  EXPECT_EQ(
-      capture.texts(),
-      (std::vector<std::string>{
-          "void Routing::Protocol::Leak::DemuxSm::handleLeakRouteList(const "
-          "Routing::Protocol::VrfPairAf&) dst " +
-              dst +
-              " for Value('Routing::Protocol::VrfPairAf', ** {'srcVrf': 3, 'dstVrf': 7, 'af': "
-              "'ipv4'})",
-          "void Routing::Protocol::Leak::DemuxSm::scheduleReview() dst " + dst,
-          "void Routing::Protocol::Leak::DemuxSm::KelLeakRouteList::handleLeakRoute() dst " + dst,
-          "void Routing::Protocol::Leak::DemuxSm::scheduleReview() dst " + dst}));
+  const std::string dst = vrfText(7);
+  const std::string demuxSm = "void Routing::Protocol::Leak::DemuxSm::";
+  EXPECT_EQ(capture.texts(),
+            (std::vector<std::string>{
+                demuxSm + "handleLeakRouteList(const Routing::Protocol::VrfPairAf&) dst " + dst +
+                    " for " + pairText(3, 7),
+                demuxSm + "scheduleReview() dst " + dst,
+                demuxSm + "KelLeakRouteList::handleLeakRoute() dst " + dst,
+                demuxSm + "scheduleReview() dst " + dst}));
   capture.clear();
   settle();
   ASSERT_GE(capture.texts().size(), 2u);
-  EXPECT_EQ(
-      capture.texts()[1],
-      "void Routing::Protocol::Leak::DemuxSm::handleLeakRoute(const Routing::RouteKey&) dst " +
-          dst + " for Value('Routing::RouteKey', ** {'prefix': '10.0.0.0/8'})");
+  EXPECT_EQ(capture.texts()[1], demuxSm + "handleLeakRoute(const Routing::RouteKey&) dst " + dst +
+                                    " for Value('Routing::RouteKey', ** {'prefix': '10.0.0.0/8'})");
 }
 
 }  // namespace

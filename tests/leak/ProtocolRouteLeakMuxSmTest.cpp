@@ -15,10 +15,6 @@ constexpr const char* kSrc = "Value('Routing::Protocol::VrfIdAf', ** {'vrfId': 1
 constexpr const char* kHandleRoute =
     "void Routing::Protocol::Leak::MuxSm::handleRoute(const Routing::RouteKey&) src ";
 
-bool contains(const std::vector<std::string>& texts, const std::string& text) {
-  return std::find(texts.begin(), texts.end(), text) != texts.end();
-}
-
 class MuxSmTest : public LoopTest {
  protected:
   void SetUp() override {
@@ -62,7 +58,7 @@ class MuxSmTest : public LoopTest {
   Leak::MuxSm::Ptr mux;
 };
 
-TEST_F(MuxSmTest, FirstPassRunsOnALaterTurnOfTheLoop) {
+TEST_F(MuxSmTest, FirstPassRunsOnALaterTurnAndARouteLeavingIsWithdrawnAtOnce) {
   routeIs("10.1.0.0/16", "blue");
   routeIs("10.2.0.0/16", "green");
   routeIs("10.3.0.0/16", "");
@@ -75,6 +71,11 @@ TEST_F(MuxSmTest, FirstPassRunsOnALaterTurnOfTheLoop) {
   EXPECT_EQ(mux->outputLeakRouteListSet()->leakRouteLists(), 2u);
   EXPECT_EQ(mux->leakRouteDir()->leakRoutes(), 2u);
   EXPECT_EQ(mux->backlogs(), 0u);
+
+  // Its entry trace is checked end to end by the route-leaking scenario.
+  routes->routeDel(key("10.1.0.0/16"));
+  EXPECT_FALSE(listTo(2));
+  EXPECT_EQ(mux->routes(), 2u);
 }
 
 TEST_F(MuxSmTest, LeakToItsOwnVrfOrToAnUnknownVrfIsWithdrawn) {
@@ -124,20 +125,29 @@ TEST_F(MuxSmTest, ChangingTheLeakToVrfMovesTheLeakRouteAndDropsTheEmptiedList) {
   EXPECT_NE(dropped, texts.end());
 }
 
-TEST_F(MuxSmTest, ReplacedRouteObjectIsLeakedAfreshInTheSameList) {
+TEST_F(MuxSmTest, UnchangedKeyChangesNothingAndAReplacedRouteObjectIsLeakedAfresh) {
   routeIs("10.1.0.0/16", "blue");
   routeIs("10.2.0.0/16", "blue");
   start();
   settle();
   auto list = listTo(2);
   ASSERT_TRUE(list);
-  auto oldLr = list->leakRoute(key("10.1.0.0/16"));
+  struct ListRecorder : LeakRouteList::NotifieeConst {
+    int n = 0;
+    void onLeakRoute(const Routing::RouteKey&) override { ++n; }
+  } rec;
+  rec.notifierIs(list);
   Kel::ScopedTraceCapture capture("Quill::ProtocolRouteLeakSm/9");
+  mux->handleRoute(key("10.1.0.0/16"));
+  EXPECT_EQ(rec.n, 0);
+  EXPECT_EQ(lastOf(capture.texts()),
+            "handleRoute no change for Value('Routing::RouteKey', ** {'prefix': '10.1.0.0/16'})");
+
+  auto oldLr = list->leakRoute(key("10.1.0.0/16"));
   auto replacement = routeIs("10.1.0.0/16", "blue");
   EXPECT_TRUE(contains(capture.texts(),
                        "handleRoute route leaked with key Value('Routing::RouteKey', ** {'prefix': "
-                       "'10.1.0.0/16'}) has "
-                       "changed, deleting old one and recreating"));
+                       "'10.1.0.0/16'}) has changed, deleting old one and recreating"));
   auto newLr = list->leakRoute(key("10.1.0.0/16"));
   ASSERT_TRUE(newLr);
   EXPECT_NE(newLr, oldLr);
@@ -146,50 +156,20 @@ TEST_F(MuxSmTest, ReplacedRouteObjectIsLeakedAfreshInTheSameList) {
   EXPECT_EQ(mux->leakRouteDir()->leakRoute(key("10.1.0.0/16")), newLr);
 }
 
-TEST_F(MuxSmTest, HandlingAnUnchangedKeyAgainChangesNothing) {
-  routeIs("10.1.0.0/16", "blue");
-  start();
-  settle();
-  struct ListRecorder : LeakRouteList::NotifieeConst {
-    int n = 0;
-    void onLeakRoute(const Routing::RouteKey&) override { ++n; }
-  } rec;
-  rec.notifierIs(listTo(2));
-  Kel::ScopedTraceCapture capture("Quill::ProtocolRouteLeakSm/9");
-  mux->handleRoute(key("10.1.0.0/16"));
-  EXPECT_EQ(rec.n, 0);
-  EXPECT_EQ(lastOf(capture.texts()),
-            "handleRoute no change for Value('Routing::RouteKey', ** {'prefix': '10.1.0.0/16'})");
-}
-
-TEST_F(MuxSmTest, RouteLeavingTheListIsWithdrawnAtOnce) {
-  routeIs("10.1.0.0/16", "blue");
-  routeIs("10.2.0.0/16", "green");
-  start();
-  settle();
-  Kel::ScopedTraceCapture capture("Quill::ProtocolRouteLeakSm/8");
-  routes->routeDel(key("10.1.0.0/16"));
-  EXPECT_FALSE(listTo(2));
-  EXPECT_EQ(mux->routes(), 1u);
-  EXPECT_TRUE(contains(capture.texts(),
-                       "void Routing::Protocol::Leak::MuxSm::KelRoute::handleRouteDelete() for "
-                       "Value('Routing::RouteKey', ** {'prefix': '10.1.0.0/16'})"));
-}
-
-TEST_F(MuxSmTest, ReviewPausesAtTheDeadlineAndResumesAtTheBookmark) {
-  for (const char* p :
-       {"10.1.0.0/16", "10.2.0.0/16", "10.3.0.0/16", "10.4.0.0/16", "10.5.0.0/16", "10.6.0.0/16"}) {
-    routeIs(p, "blue");
-  }
+TEST_F(MuxSmTest, ReviewPausesAtTheDeadlineAndResumesAtTheBookmarkEvenWhenItHasLeft) {
+  for (int i = 1; i <= 8; ++i) routeIs(("10." + std::to_string(i) + ".0.0/16").c_str(), "blue");
   start();
   const std::vector<std::string> order = prefixes(mux->backlogColl());
-  ASSERT_EQ(order.size(), 6u);
+  ASSERT_EQ(order.size(), 8u);
+  auto part = [&](size_t from, size_t to) {
+    return std::vector<std::string>(order.begin() + from, order.begin() + to);
+  };
   // Every read of the time moves it on by one second: three checks spend a three-second quantum.
   mux->reviewQuantumIs(3);
   time.stepPerReadIs(1);
   Kel::ScopedTraceCapture capture("Quill::ProtocolRouteLeakSm/8-9");
   Kel::activityManager().runOnce();
-  EXPECT_EQ(handled(capture.texts()), std::vector<std::string>(order.begin(), order.begin() + 3));
+  EXPECT_EQ(handled(capture.texts()), part(0, 3));
   EXPECT_TRUE(contains(capture.texts(), "doReview pausing review after 3 checks this run."));
   EXPECT_EQ(leakedTo(2).size(), 3u);
   EXPECT_TRUE(mux->bookmarkValid());
@@ -197,85 +177,62 @@ TEST_F(MuxSmTest, ReviewPausesAtTheDeadlineAndResumesAtTheBookmark) {
 
   capture.clear();
   Kel::activityManager().runOnce();
-  EXPECT_EQ(handled(capture.texts()), std::vector<std::string>(order.begin() + 3, order.end()));
-  EXPECT_EQ(lastOf(capture.texts()), "doReview review complete with 3 checks this run.");
-  EXPECT_FALSE(mux->bookmarkValid());
-  EXPECT_EQ(leakedTo(2).size(), 6u);
-  EXPECT_FALSE(Kel::activityManager().pending());
-}
+  EXPECT_EQ(handled(capture.texts()), part(3, 6));
+  ASSERT_EQ(mux->bookmark().str(), order[6]);
 
-TEST_F(MuxSmTest, ReviewResumesAfterTheBookmarkedKeyLeftTheBacklog) {
-  for (const char* p :
-       {"10.1.0.0/16", "10.2.0.0/16", "10.3.0.0/16", "10.4.0.0/16", "10.5.0.0/16"}) {
-    routeIs(p, "blue");
-  }
-  start();
-  const std::vector<std::string> order = prefixes(mux->backlogColl());
-  mux->reviewQuantumIs(2);
-  time.stepPerReadIs(1);
-  Kel::activityManager().runOnce();
-  ASSERT_EQ(mux->bookmark().str(), order[2]);
+  // The bookmarked key leaves the backlog: the next run starts at the key after it.
   mux->backlogDel(mux->bookmark());
-  Kel::ScopedTraceCapture capture("Quill::ProtocolRouteLeakSm/8");
+  capture.clear();
   Kel::activityManager().runOnce();
-  EXPECT_EQ(handled(capture.texts()), (std::vector<std::string>{order[3], order[4]}));
-  ASSERT_TRUE(listTo(2));
-  EXPECT_FALSE(listTo(2)->leakRouteHas(key(order[2].c_str())));
+  EXPECT_EQ(handled(capture.texts()), part(7, 8));
+  EXPECT_EQ(lastOf(capture.texts()), "doReview review complete with 1 checks this run.");
+  EXPECT_FALSE(mux->bookmarkValid());
+  EXPECT_EQ(leakedTo(2).size(), 7u);
+  EXPECT_FALSE(listTo(2)->leakRouteHas(key(order[6].c_str())));
+  EXPECT_FALSE(Kel::activityManager().pending());
 }
 
 TEST_F(MuxSmTest, EntryAndDetailTracesHaveTheirExactTexts) {
   routeIs("10.1.0.0/16", "blue");
   Kel::ScopedTraceCapture capture("Quill::ProtocolRouteLeakSm/8-9");
+  const std::string muxSm = "void Routing::Protocol::Leak::MuxSm::";
+  const std::string src = std::string(" src ") + kSrc;
   start();
-  auto texts = capture.texts();
-  EXPECT_TRUE(contains(texts,
-                       "void Routing::Protocol::Leak::MuxSm::KelRoute::handleRoute() for "
-                       "Value('Routing::RouteKey', ** {'prefix': '10.1.0.0/16'})"));
-  EXPECT_TRUE(contains(
-      texts, std::string("void Routing::Protocol::Leak::MuxSm::handleInitialized() src ") + kSrc));
-  EXPECT_TRUE(contains(
-      texts, std::string("void Routing::Protocol::Leak::MuxSm::handleRoute() src ") + kSrc));
+  for (const std::string& t :
+       {muxSm + "KelRoute::handleRoute() for Value('Routing::RouteKey', ** {'prefix': "
+                "'10.1.0.0/16'})",
+        muxSm + "handleInitialized()" + src, muxSm + "handleRoute()" + src}) {
+    EXPECT_TRUE(contains(capture.texts(), t)) << t;
+  }
   capture.clear();
   settle();
-  texts = capture.texts();
-  EXPECT_TRUE(
-      contains(texts, std::string("void Routing::Protocol::Leak::MuxSm::doReview() src ") + kSrc));
-  EXPECT_TRUE(contains(texts, "handleRoute leak to vrf is 'blue' (2)"));
-  EXPECT_TRUE(contains(
-      texts,
-      "handleRoute old leak to is Value('Routing::Protocol::VrfIdAf', ** {'vrfId': 16777215, "
-      "'af': 'none'})"));
-  EXPECT_TRUE(contains(
-      texts,
-      std::string("Routing::Protocol::LeakRouteList::Ptr "
-                  "Routing::Protocol::Leak::MuxSm::findLrl(Vrf::VrfIdMap::VrfId, bool) src ") +
-          kSrc + " vrf 2 create: 1"));
-  EXPECT_TRUE(contains(texts, std::string("findLrl creating LRL from ") + kSrc + " to 2"));
-  EXPECT_TRUE(contains(texts, "maybeCleanupLrl nothing to do!"));
-  EXPECT_EQ(lastOf(texts), "doReview review complete with 1 checks this run.");
+  for (const std::string& t :
+       {muxSm + "doReview()" + src, std::string("handleRoute leak to vrf is 'blue' (2)"),
+        std::string("handleRoute old leak to is Value('Routing::Protocol::VrfIdAf', ** {'vrfId': "
+                    "16777215, 'af': 'none'})"),
+        "Routing::Protocol::LeakRouteList::Ptr "
+        "Routing::Protocol::Leak::MuxSm::findLrl(Vrf::VrfIdMap::VrfId, bool)" +
+            src + " vrf 2 create: 1",
+        std::string("findLrl creating LRL from ") + kSrc + " to 2",
+        std::string("maybeCleanupLrl nothing to do!")}) {
+    EXPECT_TRUE(contains(capture.texts(), t)) << t;
+  }
+  EXPECT_EQ(lastOf(capture.texts()), "doReview review complete with 1 checks this run.");
 }
 
 TEST_F(MuxSmTest, NullRouteReactorAndBrokenListInvariantAreReportedWithTheirTexts) {
   routeIs("10.1.0.0/16", "blue");
   start();
   settle();
-  try {
-    mux->routeIs(nullptr);
-    FAIL();
-  } catch (const Kel::RangeException& e) {
-    EXPECT_STREQ(
-        e.what(),
-        "null _route parameter to mutator for Routing::Protocol::Leak::MuxSm::route not allowed\"");
-  }
+  EXPECT_THAT([&] { mux->routeIs(nullptr); },
+              throwsText<Kel::RangeException>(
+                  "null _route parameter to mutator for Routing::Protocol::Leak::MuxSm::route not "
+                  "allowed\""));
   // The list vanishes behind the multiplexer's back while it still records the leak there.
   mux->outputLeakRouteListSet()->leakRouteListDel(pair4(1, 2));
   Kel::ScopedThrowingAsserts asserts;
-  try {
-    mux->handleRoute(key("10.1.0.0/16"));
-    FAIL();
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_STREQ(e.what(), "oldLrl && ( oldLrl == newLrl )");
-  }
+  EXPECT_THAT([&] { mux->handleRoute(key("10.1.0.0/16")); },
+              throwsText<Kel::AssertionException>("oldLrl && ( oldLrl == newLrl )"));
 }
 
 }  // namespace

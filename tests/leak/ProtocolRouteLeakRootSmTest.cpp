@@ -2,7 +2,7 @@
 // between sources and destinations, reflection, and the root's and wiring's texts.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,32 +11,29 @@
 namespace Routing::Protocol::LeakTest {
 namespace {
 
-bool contains(const std::vector<std::string>& texts, const std::string& text) {
-  return std::find(texts.begin(), texts.end(), text) != texts.end();
-}
-
-std::string vrfText(VrfId id) {
-  return "Value('Routing::Protocol::VrfIdAf', ** {'vrfId': " + std::to_string(id) +
-         ", 'af': 'ipv4'})";
-}
-std::string pairText(VrfId src, VrfId dst) {
-  return "Value('Routing::Protocol::VrfPairAf', ** {'srcVrf': " + std::to_string(src) +
-         ", 'dstVrf': " + std::to_string(dst) + ", 'af': 'ipv4'})";
-}
-
 using LeakRootTest = LeakWorld;
 
-TEST_F(LeakRootTest, RouteLeaksFromItsSourceIntoTheVrfItNames) {
+TEST_F(LeakRootTest, RouteLeaksFromItsSourceIntoTheVrfItNamesAndMovesWithIt) {
   createVrf(1);
   createVrf(2);
-  routeIs(1, "10.1.0.0/16", "vrf2");
+  createVrf(3);
+  auto r1 = routeIs(1, "10.1.0.0/16", "vrf2");
   settle();
   EXPECT_EQ(leakedInto(2), (std::vector<std::string>{"10.1.0.0/16<-1"}));
   EXPECT_TRUE(leakedInto(1).empty());
   EXPECT_TRUE(ptrSet(2)->leakRouteListHas(pair4(1, 2)));
-  // Once the first pass is done, a new route reaches the destination within the same change.
-  routeIs(1, "10.2.0.0/16", "vrf2");
+  // Once the first pass is done, a change reaches the destinations within the same change.
+  auto r2 = routeIs(1, "10.2.0.0/16", "vrf2");
   EXPECT_EQ(vrfs[2].config->leakRoutes(), 2u);
+  r1->leakToVrfIs(L3::VrfName("vrf3"));
+  r2->leakToVrfIs(L3::VrfName("vrf3"));
+  EXPECT_EQ(leakedInto(3), (std::vector<std::string>{"10.1.0.0/16<-1", "10.2.0.0/16<-1"}));
+  EXPECT_TRUE(leakedInto(2).empty());
+  EXPECT_FALSE(ptrSet(2)->leakRouteListHas(pair4(1, 2)));
+  EXPECT_FALSE(outputSet(1)->leakRouteListHas(pair4(1, 2)));
+  settle();
+  EXPECT_TRUE(leakedInto(2).empty());
+  EXPECT_EQ(vrfs[3].config->leakRoutes(), 2u);
 }
 
 TEST_F(LeakRootTest, NewSourceReachesEveryExistingDestinationItNames) {
@@ -70,22 +67,6 @@ TEST_F(LeakRootTest, ListToAVrfWithoutDemultiplexerWaitsUntilThatVrfIsCreated) {
   EXPECT_TRUE(ptrSet(2)->leakRouteListHas(pair4(1, 2)));
   settle();
   EXPECT_EQ(leakedInto(2), (std::vector<std::string>{"10.1.0.0/16<-1"}));
-}
-
-TEST_F(LeakRootTest, MovedLeakEndsUpInTheNewDestinationOnly) {
-  createVrf(1);
-  createVrf(2);
-  createVrf(3);
-  auto route = routeIs(1, "10.1.0.0/16", "vrf2");
-  settle();
-  route->leakToVrfIs(L3::VrfName("vrf3"));
-  EXPECT_EQ(leakedInto(3), (std::vector<std::string>{"10.1.0.0/16<-1"}));
-  EXPECT_TRUE(leakedInto(2).empty());
-  EXPECT_FALSE(ptrSet(2)->leakRouteListHas(pair4(1, 2)));
-  EXPECT_FALSE(outputSet(1)->leakRouteListHas(pair4(1, 2)));
-  settle();
-  EXPECT_TRUE(leakedInto(2).empty());
-  EXPECT_EQ(leakedInto(3), (std::vector<std::string>{"10.1.0.0/16<-1"}));
 }
 
 TEST_F(LeakRootTest, DeleteVrfEmptiesItsConfigurationAndUnwiresItsLists) {
@@ -127,18 +108,17 @@ TEST_F(LeakRootTest, CreateAndDeleteAreCallableByNameThroughReflection) {
   EXPECT_EQ(t->handlers.at("createVrf").params,
             (std::vector<std::string>{"vrfIdAf", "routeConfig", "leakRouteConfig"}));
 
+  auto args = [&](Kel::Value routes) {
+    return Kel::NamedArgs{{"vrfIdAf", vrfText(1)},
+                          {"routeConfig", routes},
+                          {"leakRouteConfig", Kel::Value(vrfs[1].config)}};
+  };
   Kel::NamedArgs missing{{"vrfIdAf", vrfText(1)}, {"routeConfig", Kel::Value(vrfs[1].routes)}};
   EXPECT_THROW(Kel::callHandler(*root, "createVrf", missing), Kel::InvalidOperationException);
-  Kel::NamedArgs nullRoutes{{"vrfIdAf", vrfText(1)},
-                            {"routeConfig", Kel::Value()},
-                            {"leakRouteConfig", Kel::Value(vrfs[1].config)}};
-  EXPECT_THROW(Kel::callHandler(*root, "createVrf", nullRoutes), Kel::RangeException);
+  EXPECT_THROW(Kel::callHandler(*root, "createVrf", args(Kel::Value())), Kel::RangeException);
   EXPECT_EQ(root->muxSms() + root->demuxSms() + root->demuxSmSets(), 0u);
 
-  Kel::NamedArgs args{{"vrfIdAf", vrfText(1)},
-                      {"routeConfig", Kel::Value(vrfs[1].routes)},
-                      {"leakRouteConfig", Kel::Value(vrfs[1].config)}};
-  Kel::callHandler(*root, "createVrf", args);
+  Kel::callHandler(*root, "createVrf", args(Kel::Value(vrfs[1].routes)));
   ASSERT_TRUE(root->muxSm(v4(1)));
   EXPECT_EQ(root->muxSm(v4(1))->routeConfig(), vrfs[1].routes);
   EXPECT_EQ(root->demuxSm(v4(1))->leakRouteConfig(), vrfs[1].config);
@@ -156,25 +136,17 @@ TEST_F(LeakRootTest, EntryAndDetailTracesHaveTheirExactTexts) {
   settle();
   root->deleteVrf(v4(2));
   auto texts = capture.texts();
-  EXPECT_EQ(texts.front(),
-            "void Routing::Protocol::Leak::RootSm::createVrf(const Routing::Protocol::VrfIdAf&, "
-            "const PtrConst&, "
-            "const Ptr&) for " +
-                vrfText(1));
+  const std::string rootSm = "void Routing::Protocol::Leak::RootSm::";
+  const std::string wiringSm = "void Routing::Protocol::Leak::WiringSm::";
+  EXPECT_EQ(texts.front(), rootSm +
+                               "createVrf(const Routing::Protocol::VrfIdAf&, const PtrConst&, "
+                               "const Ptr&) for " +
+                               vrfText(1));
   for (const std::string& t : {
-           "void Routing::Protocol::Leak::WiringSm::handleLrlpSet(const "
-           "Routing::Protocol::VrfIdAf&) for " +
-               vrfText(1),
-           "void Routing::Protocol::Leak::WiringSm::handleLrlSet(const "
-           "Routing::Protocol::VrfIdAf&) for " +
-               vrfText(2),
-           "void Routing::Protocol::Leak::WiringSm::KelLrlSet::handleLrl(const "
-           "Routing::Protocol::VrfPairAf&) for mux " +
-               vrfText(2) + " and vpa " + pairText(2, 1),
+           wiringSm + "handleLrlpSet(const Routing::Protocol::VrfIdAf&) for " + vrfText(1),
+           wiringSm + "handleLrlSet(const Routing::Protocol::VrfIdAf&) for " + vrfText(2),
            "handleLrl adding lrl for " + pairText(2, 1) + " to " + vrfText(1),
-           "void Routing::Protocol::Leak::RootSm::deleteVrf(const Routing::Protocol::VrfIdAf&) "
-           "for " +
-               vrfText(2),
+           rootSm + "deleteVrf(const Routing::Protocol::VrfIdAf&) for " + vrfText(2),
            std::string("handleLrlpSet set deleted, nothing to do."),
            "handleLrlSet removing lrl for " + pairText(2, 1) + " from " + vrfText(1),
        }) {
@@ -198,85 +170,42 @@ TEST_F(LeakRootTest, MisuseIsReportedWithTheAssertionTexts) {
   routeIs(1, "10.1.0.0/16", "vrf2");
   settle();
   Kel::ScopedThrowingAsserts asserts;
-  try {
-    root->createVrf(v4(1), vrfs[1].routes, vrfs[1].config);
-    FAIL();
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_STREQ(e.what(), "!demuxSm( vrfIdAf ) && !demuxSmSet( vrfIdAf )");
-  }
+  using Assertion = Kel::AssertionException;
+  EXPECT_THAT([&] { root->createVrf(v4(1), vrfs[1].routes, vrfs[1].config); },
+              throwsText<Assertion>("!demuxSm( vrfIdAf ) && !demuxSmSet( vrfIdAf )"));
   auto* reactor = root->wiringSm()->lrlSet(v4(1));
   ASSERT_NE(reactor, nullptr);
-  try {
-    reactor->handleLrl(pair4(1, 2));
-    FAIL();
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_STREQ(e.what(), "!lrlps->leakRouteList( vpa )");
-  }
-  try {
-    root->wiringSm()->handleLrlSet(v4(1));  // as if the set had just appeared, with a list in it
-    FAIL();
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_STREQ(e.what(), "!lrlSet || lrlSet->leakRouteLists() == 0");
-  }
+  EXPECT_THAT([&] { reactor->handleLrl(pair4(1, 2)); },
+              throwsText<Assertion>("!lrlps->leakRouteList( vpa )"));
+  // As if the set had just appeared, with a list already in it.
+  EXPECT_THAT([&] { root->wiringSm()->handleLrlSet(v4(1)); },
+              throwsText<Assertion>("!lrlSet || lrlSet->leakRouteLists() == 0"));
   ptrSet(2)->leakRouteListDel(pair4(1, 2));  // unwired behind the wiring's back
-  try {
-    outputSet(1)->leakRouteListDel(pair4(1, 2));
-    FAIL();
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_STREQ(e.what(), "lrlps->leakRouteList( vpa )");
-  }
+  EXPECT_THAT([&] { outputSet(1)->leakRouteListDel(pair4(1, 2)); },
+              throwsText<Assertion>("lrlps->leakRouteList( vpa )"));
 }
 
 TEST_F(LeakRootTest, RecreatingMachinesWithOtherInputsIsRefused) {
   createVrf(1);
-  auto otherRoutes = Routing::routeListFactory();
-  auto expectPrefix = [](const std::string& what, const std::string& prefix) {
-    EXPECT_EQ(what.rfind(prefix, 0), 0u) << what;
+  const std::pair<std::function<void()>, const char*> cases[] = {
+      {[&] { root->muxSmIs(v4(1), Routing::routeListFactory(), map); }, "_routeConfig"},
+      {[&] { root->muxSmIs(v4(1), vrfs[1].routes, Vrf::VrfIdMap::nameToIdMapFactory()); },
+       "_vrfNameToIdMap"},
+      {[&] { root->demuxSmIs(v4(1), leakRouteListPtrSetFactory(v4(1)), vrfs[1].config); },
+       "_inputLeakRouteListSet"},
+      {[&] { root->demuxSmIs(v4(1), root->demuxSmSet(v4(1)), leakRouteConfigFactory(v4(1))); },
+       "_leakRouteConfig"},
   };
-  try {
-    root->muxSmIs(v4(1), otherRoutes, map);
-    FAIL();
-  } catch (const Kel::NameInUseException& e) {
-    expectPrefix(e.what(),
-                 "Reinstantiating the pointer interface where constructor parameter attribute "
-                 "_routeConfig has a "
-                 "different value of");
+  for (const auto& [recreate, attr] : cases) {
+    EXPECT_THAT(recreate, testing::ThrowsMessage<Kel::NameInUseException>(testing::StartsWith(
+                              std::string("Reinstantiating the pointer interface where "
+                                          "constructor parameter attribute ") +
+                              attr + " has a different value of")));
   }
-  try {
-    root->muxSmIs(v4(1), vrfs[1].routes, Vrf::VrfIdMap::nameToIdMapFactory());
-    FAIL();
-  } catch (const Kel::NameInUseException& e) {
-    expectPrefix(e.what(),
-                 "Reinstantiating the pointer interface where constructor parameter attribute "
-                 "_vrfNameToIdMap has a "
-                 "different value of");
-  }
-  try {
-    root->demuxSmIs(v4(1), leakRouteListPtrSetFactory(v4(1)), vrfs[1].config);
-    FAIL();
-  } catch (const Kel::NameInUseException& e) {
-    expectPrefix(e.what(),
-                 "Reinstantiating the pointer interface where constructor parameter attribute "
-                 "_inputLeakRouteListSet "
-                 "has a different value of");
-  }
-  try {
-    root->demuxSmIs(v4(1), root->demuxSmSet(v4(1)), leakRouteConfigFactory(v4(1)));
-    FAIL();
-  } catch (const Kel::NameInUseException& e) {
-    expectPrefix(e.what(),
-                 "Reinstantiating the pointer interface where constructor parameter attribute "
-                 "_leakRouteConfig has "
-                 "a different value of");
-  }
-  try {
-    root->wiringSm()->lrlSetIs(nullptr);
-    FAIL();
-  } catch (const Kel::RangeException& e) {
-    EXPECT_STREQ(e.what(),
-                 "null _lrlSet parameter to mutator for Routing::Protocol::Leak::WiringSm::lrlSet "
-                 "not allowed\"");
-  }
+  EXPECT_THAT([&] { root->wiringSm()->lrlSetIs(nullptr); },
+              throwsText<Kel::RangeException>(
+                  "null _lrlSet parameter to mutator for Routing::Protocol::Leak::WiringSm::lrlSet "
+                  "not allowed\""));
 }
 
 }  // namespace

@@ -15,12 +15,12 @@ namespace Routing::Protocol::Test {
 
 class RootHarness : public RootSm::NotifieeConst {
  public:
-  explicit RootHarness(Rib::RoutingProtocol rp, bool gracefulRestart = false, uint32_t maxRoutes = 1000,
-                       uint32_t maxViaSets = 100, uint32_t maxVrfs = 10)
+  explicit RootHarness(Rib::RoutingProtocol rp, bool gracefulRestart = false,
+                       uint32_t maxRoutes = 1000, uint32_t maxViaSets = 100, uint32_t maxVrfs = 10)
       : rp_(rp) {
     Kel::activityManager().reset();
-    root = rootSmFactory(em, mg, maxRoutes, maxViaSets, maxVrfs, rp, allVrfReadyStatus, allVrfRibSeqTrigger,
-                         bfdByContainer);
+    root = rootSmFactory(em, mg, maxRoutes, maxViaSets, maxVrfs, rp, allVrfReadyStatus,
+                         allVrfRibSeqTrigger, bfdByContainer);
     notifierIs(root);
     root->grStateIs(gracefulRestart);
   }
@@ -34,7 +34,8 @@ class RootHarness : public RootSm::NotifieeConst {
     mg->doClose();
     Kel::activityManager().runUntilIdle();
     nameMap = Vrf::VrfIdMap::nameToIdMapFactory();
-    Kel::ptrCast<Vrf::VrfIdMap::NameToIdMapWrapper>(em->getEntity("vrf/vrfNameStatus"))->nameToIdMapIs(nameMap);
+    Kel::ptrCast<Vrf::VrfIdMap::NameToIdMapWrapper>(em->getEntity("vrf/vrfNameStatus"))
+        ->nameToIdMapIs(nameMap);
     root->doMountsComplete();
   }
 
@@ -42,10 +43,15 @@ class RootHarness : public RootSm::NotifieeConst {
   Kel::Ptr<Vrf::VrfIdMap::Status> vrfIdStatus() const {
     return Kel::ptrCast<Vrf::VrfIdMap::Status>(em->getEntity("vrf/vrfIdMapStatus"));
   }
-  Kel::Ptr<Ip::Status> ipStatus() const { return Kel::ptrCast<Ip::Status>(em->getEntity("ip/status")); }
-  Kel::Ptr<Ip6::Status> ip6Status() const { return Kel::ptrCast<Ip6::Status>(em->getEntity("ip6/status")); }
+  Kel::Ptr<Ip::Status> ipStatus() const {
+    return Kel::ptrCast<Ip::Status>(em->getEntity("ip/status"));
+  }
+  Kel::Ptr<Ip6::Status> ip6Status() const {
+    return Kel::ptrCast<Ip6::Status>(em->getEntity("ip6/status"));
+  }
   Kel::Ptr<Rib::ViaMetricStatusByVrf> metrics(const std::string& rib = "rib") const {
-    return Kel::ptrCast<Rib::ViaMetricStatusByVrf>(em->getEntity("routing/" + rib + "/viaMetricStatus"));
+    return Kel::ptrCast<Rib::ViaMetricStatusByVrf>(
+        em->getEntity("routing/" + rib + "/viaMetricStatus"));
   }
   Kel::Ptr<Rib::LoopingRouteStatusByVrf> looping(const std::string& path) const {
     return Kel::ptrCast<Rib::LoopingRouteStatusByVrf>(em->getEntity(path));
@@ -58,7 +64,8 @@ class RootHarness : public RootSm::NotifieeConst {
     nameMap->vrfIdDel(L3::VrfName(name));
     vrfIdStatus()->vrfNameDel(id);
   }
-  Rib::ViaMetricStatus::Ptr metricsOf(Vrf::VrfIdMap::VrfId vrf, Rib::Transport t, const std::string& rib = "rib") {
+  Rib::ViaMetricStatus::Ptr metricsOf(Vrf::VrfIdMap::VrfId vrf, Rib::Transport t,
+                                      const std::string& rib = "rib") {
     return metrics(rib)->viaMetricStatusIs(vrf, t, rp_);
   }
   // Everything a VRF needs for unicast containers in both families, and the default VRF's
@@ -80,19 +87,16 @@ class RootHarness : public RootSm::NotifieeConst {
   }
 
   // ---- The agent's containers ----
-  void onReadyVrfIpv4(const L3::VrfName& name) override { follow(name, Velnet::AddressFamily::ipv4); }
-  void onReadyVrfIpv6(const L3::VrfName& name) override { follow(name, Velnet::AddressFamily::ipv6); }
+  void onReadyVrfIpv4(const L3::VrfName& name) override {
+    follow(name, Velnet::AddressFamily::ipv4);
+  }
+  void onReadyVrfIpv6(const L3::VrfName& name) override {
+    follow(name, Velnet::AddressFamily::ipv6);
+  }
 
   ContainerSm::Ptr container(const std::string& name, Velnet::AddressFamily af) const {
     auto it = containers.find(ContainerKey(L3::VrfName(name), af));
     return it == containers.end() ? nullptr : it->second;
-  }
-
-  Rib::RouteConfig::Ptr ribConfigFor(Vrf::VrfIdMap::VrfId id, Velnet::AddressFamily af) const {
-    bool v4 = af == Velnet::AddressFamily::ipv4;
-    auto shared = v4 ? root->ipv4AllVrfRibConfig() : root->ipv6AllVrfRibConfig();
-    if (shared) return shared;
-    return Kel::ptrCast<Rib::RouteConfig>(em->getEntity(root->ribMount(id, "rib", v4 ? "ipv4" : "ipv6")));
   }
 
   Statedb::EntityManager::Ptr em = Statedb::entityManagerFactory();
@@ -124,24 +128,35 @@ class RootHarness : public RootSm::NotifieeConst {
     if (it != containers.end()) return;
     const Vrf::VrfIdMap::VrfId id = root->vrfIdOf(name);
     const auto transport = v4 ? Rib::Transport::ipv4 : Rib::Transport::ipv6;
-    auto viaConfig = v4 && root->ipv4AllVrfViaConfig() ? root->ipv4AllVrfViaConfig()
-                     : !v4 && root->ipv6AllVrfViaConfig()
-                         ? root->ipv6AllVrfViaConfig()
-                         : Kel::ptrCast<Rib::Ip::ViaConfig>(em->getEntity(root->viaConfigMount(id, "rib", transport)));
+    // A protocol with tables for all VRFs shares them; otherwise each VRF has its own.
+    auto viaConfig = v4 ? root->ipv4AllVrfViaConfig() : root->ipv6AllVrfViaConfig();
+    if (!viaConfig) {
+      viaConfig = Kel::ptrCast<Rib::Ip::ViaConfig>(
+          em->getEntity(root->viaConfigMount(id, "rib", transport)));
+    }
+    auto ribConfig = v4 ? root->ipv4AllVrfRibConfig() : root->ipv6AllVrfRibConfig();
+    if (!ribConfig) {
+      ribConfig = Kel::ptrCast<Rib::RouteConfig>(
+          em->getEntity(root->ribMount(id, "rib", v4 ? "ipv4" : "ipv6")));
+    }
     IntfStatus::Ptr intf;
     if (v4) {
-      intf = ipv4IntfStatusFactory(Ip::VrfIpIntfStatus::PtrConst(root->ipv4IntfStatus()->vrfIpIntfStatus(name)));
+      intf = ipv4IntfStatusFactory(
+          Ip::VrfIpIntfStatus::PtrConst(root->ipv4IntfStatus()->vrfIpIntfStatus(name)));
     } else {
-      intf = ipv6IntfStatusFactory(Ip6::VrfIp6IntfStatus::PtrConst(root->ipv6IntfStatus()->vrfIp6IntfStatus(name)));
+      intf = ipv6IntfStatusFactory(
+          Ip6::VrfIp6IntfStatus::PtrConst(root->ipv6IntfStatus()->vrfIp6IntfStatus(name)));
     }
-    auto looping = (v4 ? root->loopingRouteStatusByVrf4() : root->loopingRouteStatusByVrf6())->loopingRouteStatus(name);
-    auto c = containerSmFactory(key, id, root->viaMetricStatus(transport, id, "rib"), viaConfig,
-                                root->evpnViaMetricStatus(), root->evpnConfig(), root->viaSetConfig(),
-                                ribConfigFor(id, af), Rib::LoopingRouteStatus::PtrConst(looping), intf,
-                                root->ipv4DefaultVrfViaConfig(), root->ipv4DefaultVrfViaMetricStatus(),
-                                root->ipv6DefaultVrfViaConfig(), root->ipv6DefaultVrfViaMetricStatus(), rp_,
-                                allVrfReadyStatus->vrfReadyStatus(name), bfdByContainer->nextHopStatusIs(key),
-                                bfdAppConfig, root->viaMetricStatusByVrf(), std::string("rib"));
+    auto looping = (v4 ? root->loopingRouteStatusByVrf4() : root->loopingRouteStatusByVrf6())
+                       ->loopingRouteStatus(name);
+    auto c = containerSmFactory(
+        key, id, root->viaMetricStatus(transport, id, "rib"), viaConfig,
+        root->evpnViaMetricStatus(), root->evpnConfig(), root->viaSetConfig(), ribConfig,
+        Rib::LoopingRouteStatus::PtrConst(looping), intf, root->ipv4DefaultVrfViaConfig(),
+        root->ipv4DefaultVrfViaMetricStatus(), root->ipv6DefaultVrfViaConfig(),
+        root->ipv6DefaultVrfViaMetricStatus(), rp_, allVrfReadyStatus->vrfReadyStatus(name),
+        bfdByContainer->nextHopStatusIs(key), bfdAppConfig, root->viaMetricStatusByVrf(),
+        std::string("rib"));
     root->routeStatusDir()->statusIs(c->status());
     containers[key] = c;
   }

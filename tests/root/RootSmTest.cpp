@@ -34,16 +34,20 @@ class RootSmTest : public ::testing::Test {
 };
 
 // The road of one route, for a protocol with per-VRF tables and one with tables for all VRFs.
-void roadOfOneRoute(RoutingProtocol rp, const std::string& ribPath) {
+void roadOfOneRoute(RoutingProtocol rp, const std::string& ribPath, const std::string& viaPath) {
   RootHarness h(rp);
   h.start();
   h.publishVrf("red", 5);
   ASSERT_TRUE(h.root->readyVrfIpv4Has(L3::VrfName("red")));
+  auto ready = h.allVrfReadyStatus->vrfReadyStatus(L3::VrfName("red"));
+  // A cold start marks both families ready at once, whatever the interfaces.
+  EXPECT_TRUE(ready->v4RoutesReady() && ready->v6RoutesReady());
   auto c = h.container("red", AddressFamily::ipv4);
   ASSERT_NE(c, nullptr);
   auto rib = Kel::ptrCast<Rib::RouteConfig>(h.em->getEntity(ribPath));
   ASSERT_NE(rib, nullptr);
   EXPECT_EQ(c->ribConfig(), rib);
+  EXPECT_EQ(h.em->getEntity(viaPath), c->ipViaConfig());
 
   Rib::ViaKey v = via("10.0.0.1", 5, rp);
   auto rp1 = c->status()->routeIs(prefix("192.168.0.0/16"))->routePrefIs(1);
@@ -53,12 +57,24 @@ void roadOfOneRoute(RoutingProtocol rp, const std::string& ribPath) {
   Kel::activityManager().runUntilIdle();
   const Rib::Route* r = rib->route(Rib::RouteKey(5, prefix("192.168.0.0/16")));
   ASSERT_NE(r, nullptr);
-  EXPECT_EQ(h.root->viaSetConfig()->configViaSetColl()->viaSet(r->viaSetKey())->vias(), std::vector<Rib::ViaKey>{v});
+  EXPECT_EQ(h.root->viaSetConfig()->configViaSetColl()->viaSet(r->viaSetKey())->vias(),
+            std::vector<Rib::ViaKey>{v});
+  // Cleanups for a name that never had a container, or for red's name with another VRF's id,
+  // touch nothing.
+  for (const auto& [name, id] : {std::pair{"green", 9u}, std::pair{"red", 6u}}) {
+    h.root->doCleanupContainer4(L3::VrfName(name), id);
+    h.root->doCleanupContainer6(L3::VrfName(name), id);
+    h.root->doCleanupMcContainer4(L3::VrfName(name), id);
+  }
+  Kel::activityManager().runUntilIdle();
+  ASSERT_NE(rib->route(Rib::RouteKey(5, prefix("192.168.0.0/16"))), nullptr);
+  EXPECT_EQ(h.em->getEntity(ribPath), rib);
+  EXPECT_EQ(h.em->getEntity(viaPath), c->ipViaConfig());
+
   // The via-metric machine indexed the route: the RIB marking the via unresolved removes it.
   EXPECT_EQ(h.root->viaMetricStatusSm()->routeByViaKey(v)->routes(), 1u);
   h.metricsOf(5, Transport::ipv4)->viaMetricDel(v);
   EXPECT_EQ(rib->route(Rib::RouteKey(5, prefix("192.168.0.0/16"))), nullptr);
-  auto ready = h.allVrfReadyStatus->vrfReadyStatus(L3::VrfName("red"));
   EXPECT_FALSE(ready->v4RouteReviewComplete());
   Kel::activityManager().runUntilIdle();
   EXPECT_TRUE(ready->v4RouteReviewComplete());
@@ -75,15 +91,17 @@ void roadOfOneRoute(RoutingProtocol rp, const std::string& ribPath) {
   EXPECT_TRUE(!after || after->route(Rib::RouteKey(5, prefix("192.168.0.0/16"))) == nullptr);
 }
 
-TEST_F(RootSmTest, RouteReachesThePerVrfTableAndLeavesWithItsVia) {
-  roadOfOneRoute(RoutingProtocol::staticConfig, "routing/rib/routeConfig/ipv4/5/staticConfig");
+TEST_F(RootSmTest, RouteReachesThePerVrfTableAndLeavesWithItsViaOrItsVrf) {
+  roadOfOneRoute(RoutingProtocol::staticConfig, "routing/rib/routeConfig/ipv4/5/staticConfig",
+                 "routing/rib/viaConfig/ipv4/5/staticConfig");
 }
 
 TEST_F(RootSmTest, RouteReachesTheAllVrfTableAndCleanupDeletesOnlyItsVrf) {
-  roadOfOneRoute(RoutingProtocol::routeInput, "routing/rib/routeConfig/ipv4/allVrfs/routeInput");
+  roadOfOneRoute(RoutingProtocol::routeInput, "routing/rib/routeConfig/ipv4/allVrfs/routeInput",
+                 "routing/rib/viaConfig/ipv4/routeInput");
 }
 
-TEST_F(RootSmTest, SharedTableCleanupKeepsOtherVrfsAndViasAreDeletedPerVrf) {
+TEST_F(RootSmTest, SharedTableCleanupKeepsOtherVrfsAndTheViaWalkStopsAtACorruption) {
   RootHarness h(RoutingProtocol::routeInput);
   h.start();
   auto rib = h.root->ipv4AllVrfRibConfig();
@@ -94,45 +112,21 @@ TEST_F(RootSmTest, SharedTableCleanupKeepsOtherVrfsAndViasAreDeletedPerVrf) {
   EXPECT_EQ(rib->route(Rib::RouteKey(5, prefix("10.0.0.0/8"))), nullptr);
   EXPECT_NE(rib->route(Rib::RouteKey(6, prefix("10.0.0.0/8"))), nullptr);
   auto vias = h.root->ipv4AllVrfViaConfig();
-  for (const char* a : {"10.0.0.1", "10.0.0.2", "10.0.0.3"}) vias->viaIs(Rib::Via(via(a, 5, RoutingProtocol::routeInput)));
+  auto addVias = [&] {
+    for (const char* a : {"10.0.0.1", "10.0.0.2", "10.0.0.3"})
+      vias->viaIs(Rib::Via(via(a, 5, RoutingProtocol::routeInput)));
+  };
+  addVias();
   vias->viaIs(Rib::Via(via("10.0.0.1", 6, RoutingProtocol::routeInput)));
   h.root->doDeleteViasForVrf(5, vias);
   EXPECT_EQ(vias->vias(), 1u);
-}
 
-TEST_F(RootSmTest, CleaningUpAContainerThatWasNeverMountedTouchesNothing) {
-  RootHarness h(RoutingProtocol::staticConfig);
-  h.start();
-  h.publishVrf("red", 5);
-  auto c = h.container("red", AddressFamily::ipv4);
-  ASSERT_NE(c, nullptr);
-  const Rib::ViaKey v = via("10.0.0.1", 5, RoutingProtocol::staticConfig);
-  h.metricsOf(5, Transport::ipv4)->viaMetricIs(v, kResolved);
-  c->status()->routeIs(prefix("192.168.0.0/16"))->routePrefIs(1)->dedupViaKeyIs(Rib::dedupViaKeyIs(v));
-  Kel::activityManager().runUntilIdle();
-  ASSERT_EQ(c->ribConfig()->routes(), 1u);
-  // A name the agent never had a container for, and red's name with another VRF's id.
-  for (const auto& [name, id] : {std::pair{"green", 9u}, std::pair{"red", 6u}}) {
-    h.root->doCleanupContainer4(L3::VrfName(name), id);
-    h.root->doCleanupContainer6(L3::VrfName(name), id);
-    h.root->doCleanupMcContainer4(L3::VrfName(name), id);
-  }
-  Kel::activityManager().runUntilIdle();
-  EXPECT_EQ(c->ribConfig()->routes(), 1u);
-  EXPECT_EQ(Kel::ptrCast<Rib::RouteConfig>(h.em->getEntity(h.root->ribMount(5, "rib", "ipv4"))), c->ribConfig());
-  EXPECT_EQ(c->ipViaConfig(), Kel::ptrCast<Rib::Ip::ViaConfig>(h.em->getEntity(h.root->viaConfigMount(5, "rib", Transport::ipv4))));
-}
-
-TEST_F(RootSmTest, DeletingViasStopsAtAReportedCorruption) {
-  RootHarness h(RoutingProtocol::routeInput);
-  h.start();
-  auto vias = h.root->ipv4AllVrfViaConfig();
-  for (const char* a : {"10.0.0.1", "10.0.0.2", "10.0.0.3"}) vias->viaIs(Rib::Via(via(a, 5, RoutingProtocol::routeInput)));
+  addVias();
   std::vector<std::string> reports;
   vias->corruptionHandlerIs([&](const std::string& m) { reports.push_back(m); });
   vias->corruptAfterChecksIs(1);
   h.root->doDeleteViasForVrf(5, vias);
-  EXPECT_EQ(vias->vias(), 2u);  // the one seen before the corruption is gone, the walk stopped
+  EXPECT_EQ(vias->vias(), 3u);  // the one seen before the corruption is gone, the walk stopped
   EXPECT_EQ(reports, std::vector<std::string>{"Routing::Rib::Ip::ViaConfig is corrupted"});
 }
 
@@ -143,15 +137,21 @@ TEST_F(RootSmTest, FirstPhaseMountsInOrderAndMribOnlyForAnMribProtocol) {
     paths.push_back(m.path);
     EXPECT_EQ(m.mode, "r");
   }
-  EXPECT_EQ(paths, (std::vector<std::string>{"vrf/vrfNameStatus", "ip/status", "ip6/status",
-                                             "routing/rib/viaMetricStatus", "routing/rib/loopingRouteStatus",
-                                             "routing6/rib/loopingRouteStatus", "routing/mrib/viaMetricStatus",
-                                             "routing/mrib/loopingRouteStatus"}));
+  EXPECT_EQ(paths,
+            (std::vector<std::string>{
+                "vrf/vrfNameStatus", "ip/status", "ip6/status", "routing/rib/viaMetricStatus",
+                "routing/rib/loopingRouteStatus", "routing6/rib/loopingRouteStatus",
+                "routing/mrib/viaMetricStatus", "routing/mrib/loopingRouteStatus"}));
   RootHarness input(RoutingProtocol::routeInput);
   input.start();
-  for (const auto& path : input.em->paths()) EXPECT_EQ(path.find("mrib"), std::string::npos) << path;
+  for (const auto& path : input.em->paths())
+    EXPECT_EQ(path.find("mrib"), std::string::npos) << path;
+  Kel::ScopedTraceCapture capture("Quill::ProtocolRootSm/9");
   input.publishVrf("red", 5);
   EXPECT_EQ(input.root->mcReadyVrfIpv4s(), 0u);
+  // Nothing between the two texts: this is how the trace reads.
+  EXPECT_TRUE(contains(capture.textsOf("Quill::ProtocolRootSm"),
+                       "setMcReadyVrfIpv4No Mrib routing protocol configured"));
 }
 
 TEST_F(RootSmTest, PathBuildersAndTableSizes) {
@@ -161,7 +161,8 @@ TEST_F(RootSmTest, PathBuildersAndTableSizes) {
   EXPECT_EQ(bgp.root->ribMount(5, "mrib", "ipv6"), "routing/mrib/routeConfig/ipv6/5/");
   RootHarness input(RoutingProtocol::routeInput, false, 1000, 100, 10);
   input.start();
-  EXPECT_EQ(input.root->allVrfViaConfigMount("rib", Transport::evpn), "routing/rib/viaConfig/evpn/routeInput");
+  EXPECT_EQ(input.root->allVrfViaConfigMount("rib", Transport::evpn),
+            "routing/rib/viaConfig/evpn/routeInput");
   EXPECT_EQ(input.root->ipv4AllVrfViaConfig()->capacity(), 1000u);
   EXPECT_EQ(input.root->ipv6DefaultVrfViaConfig(), input.root->ipv6AllVrfViaConfig());
   RootHarness stat(RoutingProtocol::staticConfig, false, 1000, 100, 10);
@@ -178,7 +179,8 @@ TEST_F(RootSmTest, NothingHappensBeforeTheSecondPhase) {
   h.mg->doClose();
   Kel::activityManager().runUntilIdle();
   auto map = Vrf::VrfIdMap::nameToIdMapFactory();
-  Kel::ptrCast<Vrf::VrfIdMap::NameToIdMapWrapper>(h.em->getEntity("vrf/vrfNameStatus"))->nameToIdMapIs(map);
+  Kel::ptrCast<Vrf::VrfIdMap::NameToIdMapWrapper>(h.em->getEntity("vrf/vrfNameStatus"))
+      ->nameToIdMapIs(map);
   map->vrfIdIs(L3::VrfName("red"), 5);
   h.root->setReadyVrf(L3::VrfName("red"));
   EXPECT_FALSE(h.root->initialized());
@@ -194,26 +196,20 @@ TEST_F(RootSmTest, EveryMissingInputIsTracedAndTablesAreMountedAnyway) {
   h.ipStatus()->vrfIpIntfStatusIs(L3::VrfName("red"));
   h.vrfIs("red", 5);
   auto texts = capture.textsOf("Quill::ProtocolRootSm");
-  EXPECT_TRUE(contains(texts, "setReadyVrfIpv4, No V4 ViaMetricStatus for vrf red"));
-  EXPECT_TRUE(contains(texts, "setReadyVrfIpv4, No Evpn ViaMetricStatus for vrf red"));
-  EXPECT_TRUE(contains(texts, "setReadyVrfIpv4, No V4 LoopingRouteStatus for vrf red"));
-  EXPECT_TRUE(contains(texts, "setReadyVrfIpv4, No V4 DefaultVrf ViaMetricStatus"));
-  EXPECT_TRUE(contains(texts, "setReadyVrfIpv4, No V6 DefaultVrf ViaMetricStatus"));
+  for (const char* t : {"setReadyVrfIpv4, No V4 ViaMetricStatus for vrf red",
+                        "setReadyVrfIpv4, No Evpn ViaMetricStatus for vrf red",
+                        "setReadyVrfIpv4, No V4 LoopingRouteStatus for vrf red",
+                        "setReadyVrfIpv4, No V4 DefaultVrf ViaMetricStatus",
+                        "setReadyVrfIpv4, No V6 DefaultVrf ViaMetricStatus",
+                        "setReadyVrfIpv6, No V6 LoopingRouteStatus vrf red",
+                        "setReadyVrfIpv4, Deleting container sm for vrf red",
+                        "setMcReadyVrfIpv4, No V4 McLoopingRouteStatus for vrf red"}) {
+    EXPECT_TRUE(contains(texts, t)) << t;
+  }
   EXPECT_FALSE(contains(texts, "setReadyVrfIpv4, No V4 IpIntfStatus for vrf red"));
-  EXPECT_TRUE(contains(texts, "setReadyVrfIpv6, No V6 LoopingRouteStatus vrf red"));
-  EXPECT_TRUE(contains(texts, "setReadyVrfIpv4, Deleting container sm for vrf red"));
-  EXPECT_TRUE(contains(texts, "setMcReadyVrfIpv4, No V4 McLoopingRouteStatus for vrf red"));
   EXPECT_FALSE(h.root->readyVrfIpv4Has(L3::VrfName("red")));
   EXPECT_NE(h.em->getEntity("routing/rib/routeConfig/ipv4/5/staticConfig"), nullptr);
   EXPECT_NE(h.em->getEntity("routing/rib/viaConfig/ipv6/5/staticConfig"), nullptr);
-}
-
-TEST_F(RootSmTest, NonMribProtocolTracesWithNothingBetweenTheTwoTexts) {
-  RootHarness h(RoutingProtocol::routeInput);
-  h.start();
-  Kel::ScopedTraceCapture capture("Quill::ProtocolRootSm/9");
-  h.vrfIs("red", 5);
-  EXPECT_TRUE(contains(capture.textsOf("Quill::ProtocolRootSm"), "setMcReadyVrfIpv4No Mrib routing protocol configured"));
 }
 
 TEST_F(RootSmTest, DefaultVrfStatusesAppearingLaterWaitForTheVrfsOwnNextEvent) {
@@ -242,12 +238,13 @@ TEST_F(RootSmTest, VrfInTheMetricTreeWithoutAnIdEntryIsOnlyTraced) {
   h.start();
   Kel::ScopedTraceCapture capture("Quill::ProtocolRootSm/9");
   h.metricsOf(9, Transport::ipv4);
-  EXPECT_TRUE(contains(capture.textsOf("Quill::ProtocolRootSm"), "handleViaMetricStatus(9), No Vrf Entry"));
+  EXPECT_TRUE(
+      contains(capture.textsOf("Quill::ProtocolRootSm"), "handleViaMetricStatus(9), No Vrf Entry"));
   EXPECT_EQ(h.root->readyVrfIpv4s(), 0u);
   EXPECT_EQ(h.root->viaMetricStatus(Transport::ipv4, 9, "other"), nullptr);
 }
 
-TEST_F(RootSmTest, RemovedVrfLeavesEveryReadySetAndLosesItsReadinessEntries) {
+TEST_F(RootSmTest, RemovedVrfLeavesEveryReadySetAndLosesItsReadinessAndBfdEntries) {
   RootHarness h(RoutingProtocol::staticConfig);
   h.start();
   h.publishVrf("red", 5);
@@ -257,7 +254,10 @@ TEST_F(RootSmTest, RemovedVrfLeavesEveryReadySetAndLosesItsReadinessEntries) {
   EXPECT_TRUE(h.root->readyVrfIpv6Has(L3::VrfName("red")));
   EXPECT_TRUE(h.root->mcReadyVrfIpv4Has(L3::VrfName("red")));
   EXPECT_TRUE(h.allVrfRibSeqTrigger->vrfRibSeqTriggerHas(L3::VrfName("red")));
+  const ContainerKey key(L3::VrfName("red"), AddressFamily::ipv4);
+  ASSERT_TRUE(h.bfdByContainer->nextHopStatusHas(key));
   h.vrfDel("red", 5);
+  EXPECT_FALSE(h.bfdByContainer->nextHopStatusHas(key));  // the container's cleanup took it
   EXPECT_EQ(h.root->readyVrfIpv4s() + h.root->readyVrfIpv6s() + h.root->mcReadyVrfIpv4s(), 0u);
   EXPECT_FALSE(h.allVrfReadyStatus->vrfReadyStatusHas(L3::VrfName("red")));
   EXPECT_FALSE(h.allVrfRibSeqTrigger->vrfRibSeqTriggerHas(L3::VrfName("red")));
@@ -272,44 +272,20 @@ TEST_F(RootSmTest, OnlyTheDefaultVrfsContainerGetsAnEvpnViaMachine) {
   ASSERT_NE(h.container("default", AddressFamily::ipv4), nullptr);
   EXPECT_NE(h.container("default", AddressFamily::ipv4)->evpnViaConfigSm(), nullptr);
   EXPECT_EQ(h.container("red", AddressFamily::ipv4)->evpnViaConfigSm(), nullptr);
-  EXPECT_NE(h.container("red", AddressFamily::ipv4)->ipViaConfigSm(), nullptr);  // per-VRF via table
+  EXPECT_NE(h.container("red", AddressFamily::ipv4)->ipViaConfigSm(),
+            nullptr);  // per-VRF via table
 }
 
-TEST_F(RootSmTest, ColdStartMarksBothFamiliesReadyAtOnce) {
-  RootHarness h(RoutingProtocol::staticConfig, false);
-  h.start();
-  h.publishVrf("red", 5, false);
-  auto s = h.allVrfReadyStatus->vrfReadyStatus(L3::VrfName("red"));
-  EXPECT_TRUE(s->v4RoutesReady());
-  EXPECT_TRUE(s->v6RoutesReady());
-}
-
-TEST_F(RootSmTest, GracefulRestartWaitsForVerificationThenMarksFamiliesWithoutInterfaces) {
+TEST_F(RootSmTest, SequenceTriggerCompletesAtOnceWithoutContainersElseAfterBothReviews) {
   RootHarness h(RoutingProtocol::staticConfig, true);
   h.start();
-  h.publishVrf("red", 5, true);  // IPv4 interfaces only
-  auto s = h.allVrfReadyStatus->vrfReadyStatus(L3::VrfName("red"));
-  EXPECT_FALSE(s->v4RoutesReady());
-  EXPECT_FALSE(s->v6RoutesReady());
-  Kel::ptrConstCast(h.root->grState())->startReadyVerificationIs(true);
-  EXPECT_TRUE(s->v6RoutesReady());
-  EXPECT_FALSE(s->v4RoutesReady());
-}
+  h.vrfIs("blue", 6);
+  auto blue = h.allVrfReadyStatus->vrfReadyStatus(L3::VrfName("blue"));
+  h.allVrfRibSeqTrigger->vrfRibSeqTrigger(L3::VrfName("blue"))->ribReadySeqTriggerIs(7);
+  EXPECT_TRUE(blue->v4RouteReviewComplete());
+  EXPECT_TRUE(blue->v6RouteReviewComplete());
+  EXPECT_EQ(blue->ribReadySeqStatus(), 7u);
 
-TEST_F(RootSmTest, SequenceTriggerForAVrfWithoutContainersCompletesInOneReaction) {
-  RootHarness h(RoutingProtocol::staticConfig, true);
-  h.start();
-  h.vrfIs("red", 5);
-  auto s = h.allVrfReadyStatus->vrfReadyStatus(L3::VrfName("red"));
-  h.allVrfRibSeqTrigger->vrfRibSeqTrigger(L3::VrfName("red"))->ribReadySeqTriggerIs(7);
-  EXPECT_TRUE(s->v4RouteReviewComplete());
-  EXPECT_TRUE(s->v6RouteReviewComplete());
-  EXPECT_EQ(s->ribReadySeqStatus(), 7u);
-}
-
-TEST_F(RootSmTest, SequenceTriggerWaitsForBothReviewsOfAVrfWithContainers) {
-  RootHarness h(RoutingProtocol::staticConfig, true);
-  h.start();
   h.publishVrf("red", 5);
   auto s = h.allVrfReadyStatus->vrfReadyStatus(L3::VrfName("red"));
   Kel::ScopedTraceCapture capture("Quill::ProtocolRootSm/8");
@@ -323,16 +299,6 @@ TEST_F(RootSmTest, SequenceTriggerWaitsForBothReviewsOfAVrfWithContainers) {
   EXPECT_TRUE(contains(texts, "Vrf : red, ribReadySeqTrigger received : 3"));
   EXPECT_FALSE(contains(texts, "Vrf : red, ribReadySeqStatus : 3"));
   EXPECT_EQ(s->ribReadySeqStatus(), 3u);
-}
-
-TEST_F(RootSmTest, ContainerCleanupRemovesItsTrackedNextHops) {
-  RootHarness h(RoutingProtocol::staticConfig);
-  h.start();
-  h.publishVrf("red", 5);
-  ContainerKey key(L3::VrfName("red"), AddressFamily::ipv4);
-  ASSERT_TRUE(h.bfdByContainer->nextHopStatusHas(key));
-  h.vrfDel("red", 5);
-  EXPECT_FALSE(h.bfdByContainer->nextHopStatusHas(key));
 }
 
 }  // namespace
