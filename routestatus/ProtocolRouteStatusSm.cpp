@@ -161,11 +161,15 @@ void RouteStatusSm::evaluateRoute(const Velnet::IpGenPrefix& prefix) {
   }
   const uint8_t familyFlag =
       prefix.af() == Velnet::AddressFamily::ipv4 ? Rib::Shmtab::ViaSet::flagIpv4 : Rib::Shmtab::ViaSet::flagIpv6;
+  // The via set is built in storage that earlier evaluations grew, so that an evaluation allocates
+  // nothing. It is taken rather than borrowed: an evaluation nested in this one's RIB write finds
+  // it gone and builds in storage of its own.
+  Rib::Shmtab::ViaSet viaSet = std::move(viaSetBuffer_);
+  const RoutePref::Ptr* chosen = nullptr;
   for (const RoutePref::Ptr& rp : route->routePrefColl()) {
     const unsigned pref = rp->preference();
-    Rib::Shmtab::ViaSet viaSet;
+    viaSet.clear();
     viaSet.typeIs(rp->fecType());
-    viaSet.labelledIs(false);
     uint32_t count = 0;
     for (const auto& handle : rp->dedupViaKeyColl()) {
       const Rib::ViaKey& via = handle->value();
@@ -201,11 +205,16 @@ void RouteStatusSm::evaluateRoute(const Velnet::IpGenPrefix& prefix) {
     }
     if (count != 0 || rp->fecType() == kFecTypeNoViaNeeded) {
       viaSet.flagsIs(static_cast<uint8_t>(viaSet.flags() | familyFlag));
-      doAddRoute(prefix, rp, viaSet, route->srcVrfId());
-      return;
+      chosen = &rp;
+      break;
     }
   }
-  doDelRoute(prefix);
+  if (chosen) {
+    doAddRoute(prefix, *chosen, viaSet, route->srcVrfId());
+  } else {
+    doDelRoute(prefix);
+  }
+  viaSetBuffer_ = std::move(viaSet);
 }
 
 void RouteStatusSm::doAddRoute(const Velnet::IpGenPrefix& prefix, const RoutePref::Ptr& routePref,

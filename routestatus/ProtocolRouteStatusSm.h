@@ -204,6 +204,8 @@ class RouteStatusSm : public Kel::StateMachine {
 
   Kel::Ptr<Kel::Clock const> clock_;
   Kel::Ptr<Kel::Clock const> retryClock_;
+  // The storage evaluateRoute builds via sets in, kept between evaluations (see there).
+  Rib::Shmtab::ViaSet viaSetBuffer_;
   bool reviewedOnce_ = false;
   std::unordered_set<Velnet::IpGenPrefix, PrefixHash> waiting_;
   // The waiting prefixes, oldest first; entries no longer in `waiting_` are skipped.

@@ -51,6 +51,13 @@ class ViaSet {
   // ViaIndex::max not allowed") and at most the current count (the set has no holes).
   void viaIs(uint32_t index, const ViaKey& v);
   void viaDelAll() noexcept { vias_.clear(); }
+  // Back to the default set, keeping the storage of its vias for the next one built in it.
+  void clear() noexcept {
+    vias_.clear();
+    type_ = 0;
+    flags_ = 0;
+    labelled_ = false;
+  }
 
   bool operator==(const ViaSet&) const = default;
   uint32_t hash() const noexcept;
