@@ -177,26 +177,7 @@ void Agent::follow(const L3::VrfName& name, Velnet::AddressFamily af) {
     return;
   }
   if (it != containers_.end()) return;
-  const Vrf::VrfIdMap::VrfId id = root_->vrfIdOf(name);
-  const auto transport = v4 ? Rib::Transport::ipv4 : Rib::Transport::ipv6;
-  auto shared = v4 ? root_->ipv4AllVrfViaConfig() : root_->ipv6AllVrfViaConfig();
-  auto viaConfig = shared ? shared
-                          : Kel::ptrCast<Rib::Ip::ViaConfig>(em_->getEntity(root_->viaConfigMount(id, "rib", transport)));
-  IntfStatus::Ptr intf;
-  if (v4) {
-    intf = ipv4IntfStatusFactory(Ip::VrfIpIntfStatus::PtrConst(root_->ipv4IntfStatus()->vrfIpIntfStatus(name)));
-  } else {
-    intf = ipv6IntfStatusFactory(Ip6::VrfIp6IntfStatus::PtrConst(root_->ipv6IntfStatus()->vrfIp6IntfStatus(name)));
-  }
-  auto looping = (v4 ? root_->loopingRouteStatusByVrf4() : root_->loopingRouteStatusByVrf6())->loopingRouteStatus(name);
-  auto c = containerSmFactory(key, id, root_->viaMetricStatus(transport, id, "rib"), viaConfig,
-                              root_->evpnViaMetricStatus(), root_->evpnConfig(), root_->viaSetConfig(),
-                              ribConfigFor(id, af), Rib::LoopingRouteStatus::PtrConst(looping), intf,
-                              root_->ipv4DefaultVrfViaConfig(), root_->ipv4DefaultVrfViaMetricStatus(),
-                              root_->ipv6DefaultVrfViaConfig(), root_->ipv6DefaultVrfViaMetricStatus(), rp_,
-                              allVrfReadyStatus_->vrfReadyStatus(name), bfdByContainer_->nextHopStatusIs(key),
-                              bfdAppConfig_, root_->viaMetricStatusByVrf(), std::string("rib"));
-  root_->routeStatusDir()->statusIs(c->status());
+  auto c = root_->containerSmNew(key, bfdAppConfig_);
   containers_[key] = c;
   watchTables(c, false);
 }

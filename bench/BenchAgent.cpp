@@ -1,7 +1,5 @@
 #include "bench/BenchAgent.h"
 
-#include "intf/ProtocolIntf.h"
-
 namespace Bench {
 
 using namespace Routing::Protocol;
@@ -98,35 +96,7 @@ void BenchAgent::follow(const L3::VrfName& name, Family f) {
     return;
   }
   if (it != containers_.end()) return;
-  const Vrf::VrfIdMap::VrfId id = root_->vrfIdOf(name);
-  const Rib::Transport transport = transportOf(f);
-  auto shared = v4 ? root_->ipv4AllVrfViaConfig() : root_->ipv6AllVrfViaConfig();
-  auto viaConfig =
-      shared ? shared : mounted<Rib::Ip::ViaConfig>(root_->viaConfigMount(id, "rib", transport));
-  auto sharedRib = v4 ? root_->ipv4AllVrfRibConfig() : root_->ipv6AllVrfRibConfig();
-  auto ribConfig =
-      sharedRib ? sharedRib
-                : mounted<Rib::RouteConfig>(root_->ribMount(id, "rib", v4 ? "ipv4" : "ipv6"));
-  IntfStatus::Ptr intf;
-  if (v4) {
-    intf = ipv4IntfStatusFactory(
-        Ip::VrfIpIntfStatus::PtrConst(root_->ipv4IntfStatus()->vrfIpIntfStatus(name)));
-  } else {
-    intf = ipv6IntfStatusFactory(
-        Ip6::VrfIp6IntfStatus::PtrConst(root_->ipv6IntfStatus()->vrfIp6IntfStatus(name)));
-  }
-  auto looping = (v4 ? root_->loopingRouteStatusByVrf4() : root_->loopingRouteStatusByVrf6())
-                     ->loopingRouteStatus(name);
-  auto c = containerSmFactory(
-      key, id, root_->viaMetricStatus(transport, id, "rib"), viaConfig,
-      root_->evpnViaMetricStatus(), root_->evpnConfig(), root_->viaSetConfig(), ribConfig,
-      Rib::LoopingRouteStatus::PtrConst(looping), intf, root_->ipv4DefaultVrfViaConfig(),
-      root_->ipv4DefaultVrfViaMetricStatus(), root_->ipv6DefaultVrfViaConfig(),
-      root_->ipv6DefaultVrfViaMetricStatus(), rp_, allVrfReadyStatus_->vrfReadyStatus(name),
-      bfdByContainer_->nextHopStatusIs(key), bfdAppConfig_, root_->viaMetricStatusByVrf(),
-      std::string("rib"));
-  root_->routeStatusDir()->statusIs(c->status());
-  containers_[key] = c;
+  containers_[key] = root_->containerSmNew(key, bfdAppConfig_);
 }
 
 }  // namespace Bench

@@ -23,6 +23,7 @@
 #include "platform/statedb/Statedb.h"
 #include "platform/vrf/VrfIdMap.h"
 #include "platform/vrf/VrfIdMapStatus.h"
+#include "root/ProtocolContainerSm.h"
 #include "root/ProtocolGrTypes.h"
 #include "routestatus/ProtocolBfdTrackedNextHop.h"
 #include "routestatus/ProtocolRouteStatus.h"
@@ -228,6 +229,11 @@ class RootSm : public Kel::StateMachine {
   void doCleanupMcContainer4(const L3::VrfName& name, Vrf::VrfIdMap::VrfId vrfId);
   // The id of `name` in the current map, vrfIdNull without a map or an entry.
   Vrf::VrfIdMap::VrfId vrfIdOf(const L3::VrfName& name) const;
+  // The unicast container of a ready VRF and family, wired to the root's tables (the VRF's own via
+  // and route tables, or those shared by all VRFs), with its readiness and BFD tracking, and its
+  // routes filed in routeStatusDir. The caller holds it, and drops it when the VRF leaves the ready
+  // set: statusDel of its routes, then the container, then doCleanupContainer4 or 6.
+  ContainerSm::Ptr containerSmNew(const ContainerKey& key, const Bfd::AppConfig::Ptr& bfdAppConfig);
 
   // ---- Readiness after restart ----
   void doCreateOrDeleteVrfAsuState(const L3::VrfName& name);

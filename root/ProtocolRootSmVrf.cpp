@@ -128,6 +128,43 @@ void RootSm::doMountContainer(const char* op, const L3::VrfName& name, const std
   }
 }
 
+ContainerSm::Ptr RootSm::containerSmNew(const ContainerKey& key,
+                                        const Bfd::AppConfig::Ptr& bfdAppConfig) {
+  const L3::VrfName& name = key.vrfName();
+  const bool v4 = key.af() == Velnet::AddressFamily::ipv4;
+  const Vrf::VrfIdMap::VrfId id = vrfIdOf(name);
+  const Rib::Transport transport = v4 ? Rib::Transport::ipv4 : Rib::Transport::ipv6;
+  Rib::Ip::ViaConfig::Ptr viaConfig = v4 ? ipv4AllVrfViaConfig_ : ipv6AllVrfViaConfig_;
+  if (!viaConfig) {
+    viaConfig =
+        Kel::ptrCast<Rib::Ip::ViaConfig>(em_->getEntity(viaConfigMount(id, "rib", transport)));
+  }
+  Rib::RouteConfig::Ptr ribConfig = v4 ? ipv4AllVrfRibConfig_ : ipv6AllVrfRibConfig_;
+  if (!ribConfig) {
+    ribConfig =
+        Kel::ptrCast<Rib::RouteConfig>(em_->getEntity(ribMount(id, "rib", v4 ? "ipv4" : "ipv6")));
+  }
+  IntfStatus::Ptr intf;
+  if (v4) {
+    intf = ipv4IntfStatusFactory(
+        Ip::VrfIpIntfStatus::PtrConst(ipv4IntfStatus_->vrfIpIntfStatus(name)));
+  } else {
+    intf = ipv6IntfStatusFactory(
+        Ip6::VrfIp6IntfStatus::PtrConst(ipv6IntfStatus_->vrfIp6IntfStatus(name)));
+  }
+  auto looping =
+      (v4 ? loopingRouteStatusByVrf4_ : loopingRouteStatusByVrf6_)->loopingRouteStatus(name);
+  auto c = containerSmFactory(
+      key, id, viaMetricStatus(transport, id, "rib"), viaConfig, evpnViaMetricStatus_, evpnConfig_,
+      viaSetConfig_, ribConfig, Rib::LoopingRouteStatus::PtrConst(looping), intf,
+      ipv4DefaultVrfViaConfig_, ipv4DefaultVrfViaMetricStatus_, ipv6DefaultVrfViaConfig_,
+      ipv6DefaultVrfViaMetricStatus_, rp_, allVrfReadyStatus_->vrfReadyStatus(name),
+      bfdTrackedNHByContainer_->nextHopStatusIs(key), bfdAppConfig, viaMetricStatusByVrf_,
+      std::string("rib"));
+  routeStatusDir_->statusIs(c->status());
+  return c;
+}
+
 void RootSm::doMountContainer4(const L3::VrfName& name) {
   doMountContainer("doMountContainer4", name, "rib", "ipv4", Rib::Transport::ipv4);
 }

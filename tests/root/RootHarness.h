@@ -6,7 +6,6 @@
 #include <memory>
 #include <string>
 
-#include "intf/ProtocolIntf.h"
 #include "platform/kel/Kel.h"
 #include "root/ProtocolContainerSm.h"
 #include "root/ProtocolRootSm.h"
@@ -126,39 +125,7 @@ class RootHarness : public RootSm::NotifieeConst {
       return;
     }
     if (it != containers.end()) return;
-    const Vrf::VrfIdMap::VrfId id = root->vrfIdOf(name);
-    const auto transport = v4 ? Rib::Transport::ipv4 : Rib::Transport::ipv6;
-    // A protocol with tables for all VRFs shares them; otherwise each VRF has its own.
-    auto viaConfig = v4 ? root->ipv4AllVrfViaConfig() : root->ipv6AllVrfViaConfig();
-    if (!viaConfig) {
-      viaConfig = Kel::ptrCast<Rib::Ip::ViaConfig>(
-          em->getEntity(root->viaConfigMount(id, "rib", transport)));
-    }
-    auto ribConfig = v4 ? root->ipv4AllVrfRibConfig() : root->ipv6AllVrfRibConfig();
-    if (!ribConfig) {
-      ribConfig = Kel::ptrCast<Rib::RouteConfig>(
-          em->getEntity(root->ribMount(id, "rib", v4 ? "ipv4" : "ipv6")));
-    }
-    IntfStatus::Ptr intf;
-    if (v4) {
-      intf = ipv4IntfStatusFactory(
-          Ip::VrfIpIntfStatus::PtrConst(root->ipv4IntfStatus()->vrfIpIntfStatus(name)));
-    } else {
-      intf = ipv6IntfStatusFactory(
-          Ip6::VrfIp6IntfStatus::PtrConst(root->ipv6IntfStatus()->vrfIp6IntfStatus(name)));
-    }
-    auto looping = (v4 ? root->loopingRouteStatusByVrf4() : root->loopingRouteStatusByVrf6())
-                       ->loopingRouteStatus(name);
-    auto c = containerSmFactory(
-        key, id, root->viaMetricStatus(transport, id, "rib"), viaConfig,
-        root->evpnViaMetricStatus(), root->evpnConfig(), root->viaSetConfig(), ribConfig,
-        Rib::LoopingRouteStatus::PtrConst(looping), intf, root->ipv4DefaultVrfViaConfig(),
-        root->ipv4DefaultVrfViaMetricStatus(), root->ipv6DefaultVrfViaConfig(),
-        root->ipv6DefaultVrfViaMetricStatus(), rp_, allVrfReadyStatus->vrfReadyStatus(name),
-        bfdByContainer->nextHopStatusIs(key), bfdAppConfig, root->viaMetricStatusByVrf(),
-        std::string("rib"));
-    root->routeStatusDir()->statusIs(c->status());
-    containers[key] = c;
+    containers[key] = root->containerSmNew(key, bfdAppConfig);
   }
 
   Rib::RoutingProtocol rp_;
