@@ -90,11 +90,7 @@ std::string Agent::vrfName(Vrf::VrfIdMap::VrfId id) const {
 }
 
 Rib::RouteConfig::Ptr Agent::ribConfigFor(Vrf::VrfIdMap::VrfId id, Velnet::AddressFamily af) const {
-  if (!root_) return nullptr;
-  const bool v4 = af == Velnet::AddressFamily::ipv4;
-  auto shared = v4 ? root_->ipv4AllVrfRibConfig() : root_->ipv6AllVrfRibConfig();
-  if (shared) return shared;
-  return Kel::ptrCast<Rib::RouteConfig>(em_->getEntity(root_->ribMount(id, "rib", v4 ? "ipv4" : "ipv6")));
+  return root_ ? root_->ribConfigOf(id, af) : nullptr;
 }
 
 Rib::RouteConfig::Ptr Agent::mribConfigFor(Vrf::VrfIdMap::VrfId id) const {

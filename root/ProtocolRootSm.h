@@ -229,6 +229,9 @@ class RootSm : public Kel::StateMachine {
   void doCleanupMcContainer4(const L3::VrfName& name, Vrf::VrfIdMap::VrfId vrfId);
   // The id of `name` in the current map, vrfIdNull without a map or an entry.
   Vrf::VrfIdMap::VrfId vrfIdOf(const L3::VrfName& name) const;
+  // The unicast route table of a VRF and family: the one shared by all VRFs, else the VRF's own
+  // as mounted (null while it is not).
+  Rib::RouteConfig::Ptr ribConfigOf(Vrf::VrfIdMap::VrfId vrfId, Velnet::AddressFamily af) const;
   // The unicast container of a ready VRF and family, wired to the root's tables (the VRF's own via
   // and route tables, or those shared by all VRFs), with its readiness and BFD tracking, and its
   // routes filed in routeStatusDir. The caller holds it, and drops it when the VRF leaves the ready

@@ -128,6 +128,14 @@ void RootSm::doMountContainer(const char* op, const L3::VrfName& name, const std
   }
 }
 
+Rib::RouteConfig::Ptr RootSm::ribConfigOf(Vrf::VrfIdMap::VrfId vrfId,
+                                          Velnet::AddressFamily af) const {
+  const bool v4 = af == Velnet::AddressFamily::ipv4;
+  if (const auto& shared = v4 ? ipv4AllVrfRibConfig_ : ipv6AllVrfRibConfig_) return shared;
+  return Kel::ptrCast<Rib::RouteConfig>(
+      em_->getEntity(ribMount(vrfId, "rib", v4 ? "ipv4" : "ipv6")));
+}
+
 ContainerSm::Ptr RootSm::containerSmNew(const ContainerKey& key,
                                         const Bfd::AppConfig::Ptr& bfdAppConfig) {
   const L3::VrfName& name = key.vrfName();
@@ -138,11 +146,6 @@ ContainerSm::Ptr RootSm::containerSmNew(const ContainerKey& key,
   if (!viaConfig) {
     viaConfig =
         Kel::ptrCast<Rib::Ip::ViaConfig>(em_->getEntity(viaConfigMount(id, "rib", transport)));
-  }
-  Rib::RouteConfig::Ptr ribConfig = v4 ? ipv4AllVrfRibConfig_ : ipv6AllVrfRibConfig_;
-  if (!ribConfig) {
-    ribConfig =
-        Kel::ptrCast<Rib::RouteConfig>(em_->getEntity(ribMount(id, "rib", v4 ? "ipv4" : "ipv6")));
   }
   IntfStatus::Ptr intf;
   if (v4) {
@@ -156,7 +159,7 @@ ContainerSm::Ptr RootSm::containerSmNew(const ContainerKey& key,
       (v4 ? loopingRouteStatusByVrf4_ : loopingRouteStatusByVrf6_)->loopingRouteStatus(name);
   auto c = containerSmFactory(
       key, id, viaMetricStatus(transport, id, "rib"), viaConfig, evpnViaMetricStatus_, evpnConfig_,
-      viaSetConfig_, ribConfig, Rib::LoopingRouteStatus::PtrConst(looping), intf,
+      viaSetConfig_, ribConfigOf(id, key.af()), Rib::LoopingRouteStatus::PtrConst(looping), intf,
       ipv4DefaultVrfViaConfig_, ipv4DefaultVrfViaMetricStatus_, ipv6DefaultVrfViaConfig_,
       ipv6DefaultVrfViaMetricStatus_, rp_, allVrfReadyStatus_->vrfReadyStatus(name),
       bfdTrackedNHByContainer_->nextHopStatusIs(key), bfdAppConfig, viaMetricStatusByVrf_,
