@@ -149,9 +149,6 @@ class RouteStatusSm : public Kel::StateMachine {
   // Evaluates one prefix and brings the RIB into line with it. A RIB table too full for the
   // result makes the prefix wait (and the error is thrown on).
   void handleRoute(const Velnet::IpGenPrefix& prefix);
-  // Evaluates a prefix for the RIB's side, which cannot act on a refusal: a route the RIB cannot
-  // take stays as it was there (and waits, if a table is full); the error is traced.
-  void handleRouteForRib(const Velnet::IpGenPrefix& prefix, const char* cause);
   // The RIB configuration changed while routes wait: try them again on the next turn.
   void handleRibChangeWhileWaiting();
   // One pass over the waiting routes, oldest first, up to the first that still does not fit.
@@ -194,7 +191,14 @@ class RouteStatusSm : public Kel::StateMachine {
   void prefetchForReview(const Route& route, size_t ahead) const noexcept;
   Rib::RouteKey ribKey(const Velnet::IpGenPrefix& prefix) const { return Rib::RouteKey(vrfId_, prefix); }
 
-  void evaluateRoute(const Velnet::IpGenPrefix& prefix);
+  // handleRoute(prefix) for a caller that holds the route under `prefix` (a reactor's route, the
+  // review's position): evaluateRoute takes `held` as it is while the status still owns it,
+  // instead of finding it again by prefix. Null: it is looked up.
+  void handleRoute(const Velnet::IpGenPrefix& prefix, const Route* held);
+  // Evaluates a prefix for the RIB's side, which cannot act on a refusal: a route the RIB cannot
+  // take stays as it was there (and waits, if a table is full); the error is traced.
+  void handleRouteForRib(const Velnet::IpGenPrefix& prefix, const Route* held, const char* cause);
+  void evaluateRoute(const Velnet::IpGenPrefix& prefix, const Route* held);
   void routeWaitingIs(const Velnet::IpGenPrefix& prefix);
   void routeWaitingDel(const Velnet::IpGenPrefix& prefix);
 

@@ -118,6 +118,33 @@ TEST_F(RouteStatusSmTest, FirstUsableAlternativeByAscendingPreferenceWinsAndNone
   EXPECT_EQ(ribViaSet("192.168.0.0/16")->type(), 2);
 }
 
+// A machine that was not listening missed a route's replacement and a route's removal, and still
+// watches both old routes: a stamp on either evaluates the prefix as the status holds it now.
+TEST_F(RouteStatusSmTest, StampOnARouteTheStatusNoLongerHoldsEvaluatesThePrefixAsItIsNow) {
+  metrics()->viaMetricIs(via("10.0.0.1"), kResolved);
+  metrics()->viaMetricIs(via("10.0.0.2"), kResolved);
+  makeSm();
+  addRoute("192.168.0.0/16", 1, {via("10.0.0.1")});
+  addRoute("10.9.0.0/16", 1, {via("10.0.0.1")});
+  const Route::Ptr replaced = status->route(prefix("192.168.0.0/16"));
+  const Route::Ptr removed = status->route(prefix("10.9.0.0/16"));
+  sm->hasNotificationActiveIs(false);
+  const Route::Ptr replacement = routeFactory(prefix("192.168.0.0/16"));
+  replacement->routePrefIs(2)->dedupViaKeyIs(Rib::dedupViaKeyIs(via("10.0.0.2")));
+  status->routeIs(replacement);
+  status->routeDel(prefix("10.9.0.0/16"));
+  sm->hasNotificationActiveIs(true);
+  ASSERT_EQ(rib("192.168.0.0/16")->metricPref(), 1);
+  ASSERT_NE(rib("10.9.0.0/16"), nullptr);
+
+  replaced->routeChangedAtIs(2.0);
+  removed->routeChangedAtIs(2.0);
+  ASSERT_NE(rib("192.168.0.0/16"), nullptr);
+  EXPECT_EQ(rib("192.168.0.0/16")->metricPref(), 2);
+  EXPECT_EQ(ribViaSet("192.168.0.0/16")->vias(), std::vector<Rib::ViaKey>{via("10.0.0.2")});
+  EXPECT_EQ(rib("10.9.0.0/16"), nullptr);
+}
+
 TEST_F(RouteStatusSmTest, OneLabelledViaDiscardsTheUnlabelledOnesForGood) {
   std::vector<Rib::ViaKey> vias{via("10.0.1.1"), via("10.0.1.2"), via("10.0.1.3"), via("10.0.1.4")};
   for (const auto& v : vias) metrics()->viaMetricIs(v, kResolved);
