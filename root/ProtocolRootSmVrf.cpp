@@ -165,6 +165,14 @@ ContainerSm::Ptr RootSm::containerSmNew(const ContainerKey& key,
       bfdTrackedNHByContainer_->nextHopStatusIs(key), bfdAppConfig, viaMetricStatusByVrf_,
       std::string("rib"));
   routeStatusDir_->statusIs(c->status());
+  // The via-metric machine, which has just started watching the status, hears each change of it
+  // before the route-status machine does: a route that arrives is indexed before it is evaluated,
+  // and the stamps that indexing makes reach no reactor of the route yet, so a route written whole
+  // is evaluated once instead of once more per via. A notifiee registered again goes last.
+  if (auto* statusReactor = c->routeStatusSm()->statusReactor()) {
+    statusReactor->isRegisteredNotifieeIs(false);
+    statusReactor->isRegisteredNotifieeIs(true);
+  }
   return c;
 }
 
