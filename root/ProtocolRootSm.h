@@ -90,7 +90,7 @@ class RootSm : public Kel::StateMachine {
     KEL_REACTOR_OWNER_NAME("Routing::Protocol::RootSm::KelVrfMetricStatus");
     KelVrfMetricStatus(RootSm* owner, const Rib::ViaMetricStatusByTransport::PtrConst& n);
     void onTransportStatus(const Rib::Transport& t) override;
-    KEL_REACTOR_COLL(KelTransportStatus<Mc>, Rib::Transport, transportStatus);
+    KEL_NESTED_REACTOR_COLL(KelTransportStatus<Mc>, Rib::Transport, transportStatus);
   };
   template <bool Mc>
   class KelTransportStatus : public Kel::Reactor<KelVrfMetricStatus<Mc>, Rib::ViaMetricStatusByProtocol> {

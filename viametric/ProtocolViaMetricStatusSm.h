@@ -84,7 +84,7 @@ class ViaMetricStatusSm : public Kel::StateMachine {
     KelVmsByProto(KelVmsByTransport* owner,
                   const Rib::ViaMetricStatusByProtocol::PtrConst& byProtocol);
     void onProtocolStatus(const Rib::RoutingProtocol& proto) override;
-    KEL_REACTOR_COLL(KelVms, Rib::RoutingProtocol, vms);
+    KEL_NESTED_REACTOR_COLL(KelVms, Rib::RoutingProtocol, vms);
   };
 
   // The transports of one VRF.
@@ -95,7 +95,7 @@ class ViaMetricStatusSm : public Kel::StateMachine {
     KelVmsByTransport(ViaMetricStatusSm* owner,
                       const Rib::ViaMetricStatusByTransport::PtrConst& byTransport);
     void onTransportStatus(const Rib::Transport& transport) override;
-    KEL_REACTOR_COLL(KelVmsByProto, Rib::Transport, vmsByProto);
+    KEL_NESTED_REACTOR_COLL(KelVmsByProto, Rib::Transport, vmsByProto);
   };
 
   // The root of the RIB's tree: one `vmsByTransport` reactor per VRF present.
@@ -129,7 +129,7 @@ class ViaMetricStatusSm : public Kel::StateMachine {
     void onRoutePref(Routing::RoutePreference pref) override;
     // The route left its status: the vias of all its alternatives leave the index.
     void handleDel() override;
-    KEL_REACTOR_COLL_OF(::Kel::SmallReactorMap, KelRoutePref, Routing::RoutePreference, routePref);
+    KEL_NESTED_REACTOR_COLL_OF(::Kel::SmallReactorMap, KelRoutePref, Routing::RoutePreference, routePref);
   };
 
   // The routes of one VRF and address family.
@@ -143,7 +143,7 @@ class ViaMetricStatusSm : public Kel::StateMachine {
     // Indexes the vias that an alternative brings with it when it joins a route, or a route
     // built apart joins the status.
     void indexVias(const Route::Ptr& route, const RoutePref::Ptr& routePref);
-    KEL_REACTOR_COLL(KelRoute, Velnet::IpGenPrefix, route);
+    KEL_NESTED_REACTOR_COLL(KelRoute, Velnet::IpGenPrefix, route);
   };
 
   // The directory of statuses: one `routeStatus` reactor per status present.

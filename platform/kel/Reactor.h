@@ -12,8 +12,9 @@
 // progress, so a handler that dropped its own reactor still runs to completion on a live object.
 // Destroying a whole state machine destroys its reactors without running any `handleDel()`.
 //
-// Every reactor container registers with its owner, so that `hasNotificationActiveIs` on a state
-// machine or reactor reaches every reactor below it.
+// Every reactor container of a state machine registers with it, so that `hasNotificationActiveIs`
+// on the machine reaches every reactor below it; a reactor with reactors of its own holds exactly
+// one collection of them and reaches it directly.
 #pragma once
 
 #include <algorithm>
@@ -30,7 +31,7 @@ namespace Kel {
 
 class ReactorContainerBase;
 
-// Anything that holds reactor containers: a state machine, or a reactor with nested reactors.
+// What holds reactor containers and lists them: a state machine.
 class ReactorOwner {
  public:
   ReactorOwner() noexcept = default;
@@ -87,22 +88,28 @@ class Reactor : public N::NotifieeConst {
 };
 
 // A reactor that holds reactors of its own (a route's reactor, with one per alternative): its
-// switches and its retirement reach them too. Only such reactors pay for the list of their
-// reactor collections; the ones they hold, a million of them, do not.
+// switches and its retirement reach them too. It holds exactly one collection of them
+// (KEL_NESTED_REACTOR_COLL), which it reaches through a virtual function: a million routes'
+// reactors pay neither for a list of collections nor for a collection's hooks, only for the
+// collection's own words.
 template <class Owner, class N>
-class NestingReactor : public Reactor<Owner, N>, public ReactorOwner {
+class NestingReactor : public Reactor<Owner, N> {
  public:
   using Reactor<Owner, N>::Reactor;
 
   void kelDoZombieReactors(bool zombie) override {
     if (zombie == this->isZombie()) return;
     Reactor<Owner, N>::kelDoZombieReactors(zombie);
-    kelReactorsZombieIs(zombie);
+    kelForEachNested([](ReactorBase& r, bool z) { r.kelDoZombieReactors(z); }, zombie);
   }
   void hasNotificationActiveIs(bool active) override {
     NotifieeBase::hasNotificationActiveIs(active);
-    kelReactorsActiveIs(active);
+    kelForEachNested([](ReactorBase& r, bool a) { r.hasNotificationActiveIs(a); }, active);
   }
+
+ protected:
+  // Applies `fn` to every reactor of the collection held (defined by KEL_NESTED_REACTOR_COLL).
+  virtual void kelForEachNested(void (*fn)(ReactorBase&, bool), bool arg) = 0;
 };
 
 namespace detail {
@@ -122,7 +129,7 @@ struct ReactorKeyOf {
 // iteration over the reactors, `file(r)` (may throw, leaving the collection as it was) and
 // `unfile(r)`. The reactors are owned by the collection.
 template <class Derived, class Key, class R>
-class ReactorCollection : public ReactorContainerBase {
+class ReactorCollection {
  public:
   using N = typename R::Notifier;
 
@@ -171,13 +178,13 @@ class ReactorCollection : public ReactorContainerBase {
   void delAll() {
     for (const Key& k : keys()) del(k);
   }
-  void kelForEach(void (*fn)(ReactorBase&, bool), bool arg) override {
+  void forEachReactor(void (*fn)(ReactorBase&, bool), bool arg) {
     for (R* r : self()) fn(*r, arg);
   }
 
  protected:
-  explicit ReactorCollection(ReactorOwner* owner) noexcept : ReactorContainerBase(owner) {}
-  ~ReactorCollection() override = default;
+  ReactorCollection() noexcept = default;
+  ~ReactorCollection() = default;
 
  private:
   Derived& self() noexcept { return static_cast<Derived&>(*this); }
@@ -188,8 +195,10 @@ class ReactorCollection : public ReactorContainerBase {
 template <class Key, class R>
 class ReactorMap : public ReactorCollection<ReactorMap<Key, R>, Key, R> {
  public:
-  explicit ReactorMap(ReactorOwner* owner) noexcept : ReactorCollection<ReactorMap, Key, R>(owner) {}
-  ~ReactorMap() override { clear(); }
+  ReactorMap() noexcept = default;
+  ReactorMap(const ReactorMap&) = delete;
+  ReactorMap& operator=(const ReactorMap&) = delete;
+  ~ReactorMap() { clear(); }
 
   R* find(const Key& k) const noexcept {
     R* const* e = t_.find(k);
@@ -229,9 +238,10 @@ class SmallReactorMap : public ReactorCollection<SmallReactorMap<Key, R, kInline
   static_assert(kInline >= 2, "a spilled collection keeps its block and its count in two words");
 
  public:
-  explicit SmallReactorMap(ReactorOwner* owner) noexcept
-      : ReactorCollection<SmallReactorMap, Key, R>(owner) {}
-  ~SmallReactorMap() override { clear(); }
+  SmallReactorMap() noexcept = default;
+  SmallReactorMap(const SmallReactorMap&) = delete;
+  SmallReactorMap& operator=(const SmallReactorMap&) = delete;
+  ~SmallReactorMap() { clear(); }
 
   R* find(const Key& k) const noexcept {
     const size_t n = size();
@@ -323,6 +333,17 @@ class SmallReactorMap : public ReactorCollection<SmallReactorMap<Key, R, kInline
   R* w_[kInline] = {};
 };
 
+// A reactor collection listed with the state machine that holds it, so that the machine's
+// switches reach the reactors in it.
+template <class Coll>
+class ListedReactorCollection final : public Coll, public ReactorContainerBase {
+ public:
+  explicit ListedReactorCollection(ReactorOwner* owner) noexcept : ReactorContainerBase(owner) {}
+  void kelForEach(void (*fn)(ReactorBase&, bool), bool arg) override {
+    this->forEachReactor(fn, arg);
+  }
+};
+
 // A single reactor, present or not.
 template <class R>
 class ReactorPtr : public ReactorContainerBase {
@@ -379,12 +400,36 @@ class StateMachine : public Entity, public ReactorOwner {
 
 }  // namespace Kel
 
-// A reactor collection attribute of a state machine (or reactor): `xIs(notifier)` creates the
-// reactor (a null notifier is refused with the framework's range error), `xDel(key)` runs its
-// handleDel and drops it, `x(key)` finds it. KEL_REACTOR_COLL_OF names the container
-// (::Kel::SmallReactorMap for a collection of a few members at most).
+// A reactor collection attribute of a state machine: `xIs(notifier)` creates the reactor (a null
+// notifier is refused with the framework's range error), `xDel(key)` runs its handleDel and drops
+// it, `x(key)` finds it. KEL_REACTOR_COLL_OF names the container (::Kel::SmallReactorMap for a
+// collection of a few members at most). A NestingReactor declares its one collection with
+// KEL_NESTED_REACTOR_COLL or KEL_NESTED_REACTOR_COLL_OF instead, which give the same members.
 #define KEL_REACTOR_COLL(R, Key, attr) KEL_REACTOR_COLL_OF(::Kel::ReactorMap, R, Key, attr)
 #define KEL_REACTOR_COLL_OF(Container, R, Key, attr)                                           \
+  KEL_REACTOR_COLL_MEMBERS_(R, Key, attr)                                                      \
+                                                                                               \
+ private:                                                                                      \
+  ::Kel::ListedReactorCollection<Container<Key, R>> attr##_{this};                             \
+                                                                                               \
+ public:                                                                                       \
+  static_assert(true)
+#define KEL_NESTED_REACTOR_COLL(R, Key, attr) \
+  KEL_NESTED_REACTOR_COLL_OF(::Kel::ReactorMap, R, Key, attr)
+#define KEL_NESTED_REACTOR_COLL_OF(Container, R, Key, attr)                                    \
+  KEL_REACTOR_COLL_MEMBERS_(R, Key, attr)                                                      \
+                                                                                               \
+ protected:                                                                                    \
+  void kelForEachNested(void (*fn)(::Kel::ReactorBase&, bool), bool arg) override {            \
+    attr##_.forEachReactor(fn, arg);                                                           \
+  }                                                                                            \
+                                                                                               \
+ private:                                                                                      \
+  Container<Key, R> attr##_;                                                                   \
+                                                                                               \
+ public:                                                                                       \
+  static_assert(true)
+#define KEL_REACTOR_COLL_MEMBERS_(R, Key, attr)                                                \
  public:                                                                                       \
   R* attr(const Key& k) const noexcept { return attr##_.find(k); }                             \
   bool attr##Has(const Key& k) const noexcept { return attr##_.contains(k); }                  \
@@ -395,13 +440,7 @@ class StateMachine : public Entity, public ReactorOwner {
     return attr##_.is(this, n);                                                                \
   }                                                                                            \
   bool attr##Del(const Key& k) { return attr##_.del(k); }                                      \
-  void attr##DelAll() { attr##_.delAll(); }                                                    \
-                                                                                               \
- private:                                                                                      \
-  Container<Key, R> attr##_{this};                                                             \
-                                                                                               \
- public:                                                                                       \
-  static_assert(true)
+  void attr##DelAll() { attr##_.delAll(); }
 
 // A single reactor attribute: `xIs(notifier)` (null watches nothing), `xDel()`.
 #define KEL_REACTOR(R, attr)                                                                   \
