@@ -165,9 +165,9 @@ class NotifieeBase : public SmallBlockObject {
   static constexpr uintptr_t kRegistered = 1, kActive = 2, kZombie = 4, kFlags = 7;
   void flagIs(uintptr_t flag, bool on) noexcept { bits_ = on ? bits_ | flag : bits_ & ~flag; }
 
-  // The notifier and the flags in one word: entities come from 16-aligned blocks, which leaves
-  // the pointer's three lowest bits free, and a reactor per route and per alternative pays for
-  // every word.
+  // The notifier and the flags in one word: entities come from blocks aligned to 8 at least,
+  // which leaves the pointer's three lowest bits free, and a reactor per route and per
+  // alternative pays for every word.
   uintptr_t bits_ = kRegistered | kActive;
 };
 

@@ -812,7 +812,9 @@ class HashTable {
     if (l.bytes >= kLargeBlockBytes) {
       raw = largeAllocate(l.bytes);  // page-aligned, so kBlockAlign holds too
     } else if (kBlockAlign <= 16 && l.bytes <= kSmallBlockMax) {
-      raw = smallAllocate(l.bytes);  // the one- and two-element tables that every route has
+      // The one- and two-element tables that every route has. A small block is 16-aligned only
+      // when its size is a multiple of 16.
+      raw = smallAllocate(alignUp(l.bytes, kBlockAlign));
     } else if (kBlockAlign <= 64) {
       raw = mediumAllocate(l.bytes);
     } else if constexpr (kBlockAlign > __STDCPP_DEFAULT_NEW_ALIGNMENT__) {
@@ -835,7 +837,7 @@ class HashTable {
     if (size_t bytes = layoutFor(h->capacity).bytes; bytes >= kLargeBlockBytes) {
       largeFree(h, bytes);
     } else if (kBlockAlign <= 16 && bytes <= kSmallBlockMax) {
-      smallFree(h, bytes);
+      smallFree(h, alignUp(bytes, kBlockAlign));
     } else if (kBlockAlign <= 64) {
       mediumFree(h, bytes);
     } else if constexpr (kBlockAlign > __STDCPP_DEFAULT_NEW_ALIGNMENT__) {

@@ -60,7 +60,7 @@ void* mapAligned(size_t bytes, size_t align) {
 }
 
 #ifndef KEL_SMALL_BLOCKS_FROM_NEW
-constexpr size_t kGranule = 16;
+constexpr size_t kGranule = 8;
 constexpr size_t kClasses = kSmallBlockMax / kGranule;
 constexpr size_t kSlabBytes = kHugePageBytes;
 
@@ -188,14 +188,22 @@ void* smallAllocate(size_t bytes) {
     p.free[c] = b->next;
     return b;
   }
-  size_t rounded = (c + 1) * kGranule;
-  if (static_cast<size_t>(p.bumpEnd - p.bump) < rounded) {
-    // The rest of the old slab (less than one block of this class) is left unused.
+  const size_t rounded = (c + 1) * kGranule;
+  // A class of an odd multiple of 8 bytes is carved two blocks at a time, the second onto its free
+  // list, so that the bump pointer stays on 16 bytes for the classes that promise it.
+  const size_t carved = rounded % 16 == 0 ? rounded : 2 * rounded;
+  if (static_cast<size_t>(p.bumpEnd - p.bump) < carved) {
+    // The rest of the old slab (less than one carving of this class) is left unused.
     p.bump = static_cast<char*>(newSlab());
     p.bumpEnd = p.bump + kSlabBytes;
   }
   void* out = p.bump;
-  p.bump += rounded;
+  p.bump += carved;
+  if (carved != rounded) {
+    auto* second = reinterpret_cast<FreeBlock*>(static_cast<char*>(out) + rounded);
+    second->next = nullptr;
+    p.free[c] = second;
+  }
   return out;
 }
 

@@ -4,7 +4,7 @@
 // via tables, the reactors that watch them, its via set). From malloc each pays a 16-byte chunk
 // header and the allocator's bookkeeping, and at millions of routes malloc's bins become the
 // hottest code of an install. Entities, reactors and small hash-table blocks therefore come from
-// per-thread free lists, one per 16-byte size class up to kSmallBlockMax, carved from 2 MiB
+// per-thread free lists, one per 8-byte size class up to kSmallBlockMax, carved from 2 MiB
 // slabs (mapped on a 2 MiB boundary so that one huge page can back each, and faulted in whole):
 // allocation and release are a few instructions and a block costs its rounded size only.
 // A freed block goes to the free list of the thread that frees it. Slabs are never returned to
@@ -47,7 +47,9 @@ inline constexpr size_t kLargeBlockBytes = size_t(256) << 10;
 // mediumAllocate serves blocks from this size up to kLargeBlockBytes from its slabs.
 inline constexpr size_t kMediumSlabBlockMin = 4096;
 
-// A block of `bytes` aligned to 16; std::bad_alloc when there is no memory.
+// A block of `bytes` aligned to 16, or to 8 only when `bytes` rounded up to a multiple of 8 is an
+// odd multiple of it (24, 40, ...): an alternative's reactor of three words takes 24 bytes, not
+// 32. std::bad_alloc when there is no memory.
 void* smallAllocate(size_t bytes);
 // Frees a block from smallAllocate; `bytes` is the size it was asked for.
 void smallFree(void* p, size_t bytes) noexcept;
@@ -78,6 +80,7 @@ size_t smallBlockSlabBytes() noexcept;
 template <class T>
 class SmallVector {
   static_assert(std::is_nothrow_move_constructible_v<T> && std::is_nothrow_move_assignable_v<T>);
+  static_assert(alignof(T) <= 8, "small blocks are aligned to 8 at least, not always to 16");
 
  public:
   using iterator = T*;

@@ -226,11 +226,11 @@ class ReactorMap : public ReactorCollection<ReactorMap<Key, R>, Key, R> {
 // Reactors of a collection that holds a few members at most (the alternatives of one route).
 // A million routes watched each with a table of two reactors would pay a hash-table block
 // apiece; here the reactors sit in ascending key order in the collection itself, and a lookup
-// walks them reading each one's key from its notifier. The collection is kInline words beside
-// its base, and a million routes pay for every word: while it holds at most kInline reactors
+// walks them reading each one's key from its notifier. The collection is kInline words, and a
+// million routes pay for every word: while it holds at most kInline reactors
 // they are the words themselves, packed at the front with the unused ones null; past that the
-// first word points at a small block of the reactors, tagged in its lowest bit (blocks are
-// 16-aligned, reactors 8-aligned), and the second holds their count and the block's capacity.
+// first word points at a small block of the reactors, tagged in its lowest bit (blocks and
+// reactors are aligned to 8 at least), and the second holds their count and the block's capacity.
 // A collection that shrinks back to kInline reactors takes them inline again and frees the
 // block; in between, a block is never reallocated smaller, so removing never allocates.
 template <class Key, class R, unsigned kInline = 2>
