@@ -12,6 +12,10 @@
 namespace Routing::Protocol {
 namespace {
 
+// A million routes: past the entity's own words, a route is its prefix, its source VRF, its list
+// of alternatives and its stamp, with no room lost between them.
+static_assert(sizeof(Route) <= sizeof(Kel::Entity) + 48);
+
 using Velnet::AddressFamily;
 
 Rib::ViaKey via(const char* addr) {
