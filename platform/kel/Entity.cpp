@@ -1,6 +1,8 @@
 #include "platform/kel/Entity.h"
 
 #include <algorithm>
+#include <atomic>
+#include <mutex>
 #include <new>
 
 #include "platform/kel/Assert.h"
@@ -26,6 +28,50 @@ void drainDeferredDeletes() noexcept {
     for (NotifieeBase* n : batch) delete n;
     --notificationDepth;
   }
+}
+
+namespace {
+
+// Open addressing by the name's address. Names are only ever added, so a reader that finds a
+// slot filled may use it without the lock; a program has a few hundred attributes at most.
+constexpr size_t kAttrNameSlots = 1024;
+static_assert(kAttrNameSlots == size_t(1) << 10, "attrNameHome takes ten bits");
+std::atomic<const char*> attrNames[kAttrNameSlots];
+std::mutex attrNamesMutex;
+
+// The top ten bits of a multiplicative hash of the address: one of the 1024 slots.
+size_t attrNameHome(const char* name) noexcept {
+  const uint64_t address = reinterpret_cast<uintptr_t>(name);
+  return static_cast<size_t>((address >> 3) * 0x9E3779B97F4A7C15ull >> 54);
+}
+
+// The slot holding `name`, or the empty one where it belongs; kAttrNameSlots when full.
+size_t attrNameSlot(const char* name) noexcept {
+  size_t i = attrNameHome(name);
+  for (size_t n = 0; n < kAttrNameSlots; ++n, i = (i + 1) % kAttrNameSlots) {
+    const char* at = attrNames[i].load(std::memory_order_acquire);
+    if (at == name || at == nullptr) return i;
+  }
+  return kAttrNameSlots;
+}
+
+}  // namespace
+
+uint32_t attrNameNumber(const char* name) noexcept {
+  size_t i = attrNameSlot(name);
+  if (i < kAttrNameSlots && attrNames[i].load(std::memory_order_acquire) == name) {
+    return static_cast<uint32_t>(i + 1);
+  }
+  std::lock_guard lock(attrNamesMutex);
+  i = attrNameSlot(name);
+  KEL_ASSERT(i < kAttrNameSlots);
+  if (i == kAttrNameSlots) return 0;
+  attrNames[i].store(name, std::memory_order_release);
+  return static_cast<uint32_t>(i + 1);
+}
+
+const char* attrNameOf(uint32_t number) noexcept {
+  return number == 0 ? nullptr : attrNames[number - 1].load(std::memory_order_acquire);
 }
 
 }  // namespace detail

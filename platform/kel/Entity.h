@@ -35,6 +35,11 @@ namespace detail {
 // Depth of nested notifications (and loop turns) on this thread.
 extern thread_local uint32_t notificationDepth;
 void drainDeferredDeletes() noexcept;
+// Attribute names by number, so that an entity keeps the name of the attribute its parent holds it
+// under in 4 bytes rather than a pointer's 8. Names are string literals, numbered by address on
+// first use; 0 is no name.
+uint32_t attrNameNumber(const char* name) noexcept;
+const char* attrNameOf(uint32_t number) noexcept;
 }  // namespace detail
 
 // Marks a stretch of code during which objects dropped must not be destroyed yet.
@@ -180,13 +185,17 @@ class Entity : public PtrInterface {
   // Names from the root of its owners down to this entity, joined by '/'.
   std::string fullName() const;
   Entity const* parent() const noexcept { return parent_; }
-  const char* parentAttrName() const noexcept { return parentAttrName_ ? parentAttrName_ : ""; }
+  const char* parentAttrName() const noexcept {
+    const char* name = detail::attrNameOf(parentAttr_);
+    return name ? name : "";
+  }
   const NotifieeList& notifieeList() const noexcept { return notifiees_; }
 
   // Set by the owning collection when the entity is created in it, cleared when it leaves.
+  // `attr` is a string literal (it is kept by address).
   void parentIs(Entity const* parent, const char* attr) noexcept {
     parent_ = parent;
-    parentAttrName_ = attr;
+    parentAttr_ = attr ? detail::attrNameNumber(attr) : 0;
   }
 
  protected:
@@ -210,9 +219,11 @@ class Entity : public PtrInterface {
 
  private:
   friend class NotifieeBase;
+  // First, so that it takes the 4 bytes after the reference count that a 64-bit build would
+  // otherwise leave empty: an entity is then its vtable pointer, its count and four words.
+  uint32_t parentAttr_ = 0;
   mutable NotifieeList notifiees_;
   Entity const* parent_ = nullptr;
-  const char* parentAttrName_ = nullptr;
 };
 
 // The typed base of `T::NotifieeConst`.

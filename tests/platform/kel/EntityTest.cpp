@@ -102,7 +102,13 @@ TEST(EntityMutators, AttributesNotifyOnlyOnChange) {
   EXPECT_THAT(r.log, testing::UnorderedElementsAre("label 6", "label 5", "label 6"));
 }
 
+// Every route and alternative is an entity: past its vtable pointer and reference count, an
+// entity is its notifiee list, its parent and the number of its parent's attribute that holds it,
+// which a 64-bit build keeps in the 4 bytes after the count.
+static_assert(sizeof(void*) != 8 || sizeof(Kel::Entity) == 4 * sizeof(void*));
+
 // Recreating a member is silent with the same constructor parameter and refused with another.
+// The member knows the attribute that holds it, and loses it with its parent.
 TEST(EntityMutators, InstantiatingCollectionCreatesOnceAndOwnsItsMembers) {
   auto w = Widget::WidgetIs("w");
   Recorder r(w);
@@ -122,6 +128,7 @@ TEST(EntityMutators, InstantiatingCollectionCreatesOnceAndOwnsItsMembers) {
   EXPECT_FALSE(w->partDel("a"));
   EXPECT_EQ(r.log, (Log{"part a present", "part a absent"}));
   EXPECT_EQ(p->parent(), nullptr);
+  EXPECT_STREQ(p->parentAttrName(), "");
   EXPECT_EQ(p->references(), 1u);  // only the test holds it now
 }
 
