@@ -220,7 +220,8 @@ class Entity : public PtrInterface {
  private:
   friend class NotifieeBase;
   // First, so that it takes the 4 bytes after the reference count that a 64-bit build would
-  // otherwise leave empty: an entity is then its vtable pointer, its count and four words.
+  // otherwise leave empty: an entity is then four words, its vtable pointer, its count with this
+  // number, its notifiee list and its parent.
   uint32_t parentAttr_ = 0;
   mutable NotifieeList notifiees_;
   Entity const* parent_ = nullptr;
