@@ -67,7 +67,8 @@ class RouteStatusSm : public Kel::StateMachine {
     KelRoute(RouteStatusSm* owner, const Route::PtrConst& route);
     void onRoutePref(Routing::RoutePreference pref) override;
     void onRouteChangedAt() override;
-    KEL_NESTED_REACTOR_COLL_OF(::Kel::SmallReactorMap, KelRoutePref, Routing::RoutePreference, routePref);
+    KEL_NESTED_REACTOR_COLL_OF(::Kel::SmallReactorMap, KelRoutePref, Routing::RoutePreference,
+                               routePref);
   };
   class KelStatus : public Kel::Reactor<RouteStatusSm, Status> {
    public:

@@ -129,7 +129,8 @@ class ViaMetricStatusSm : public Kel::StateMachine {
     void onRoutePref(Routing::RoutePreference pref) override;
     // The route left its status: the vias of all its alternatives leave the index.
     void handleDel() override;
-    KEL_NESTED_REACTOR_COLL_OF(::Kel::SmallReactorMap, KelRoutePref, Routing::RoutePreference, routePref);
+    KEL_NESTED_REACTOR_COLL_OF(::Kel::SmallReactorMap, KelRoutePref, Routing::RoutePreference,
+                               routePref);
   };
 
   // The routes of one VRF and address family.
