@@ -184,6 +184,9 @@ class ReactorCollection {
 
  protected:
   ReactorCollection() noexcept = default;
+  // A collection owns its reactors: it is never copied.
+  ReactorCollection(const ReactorCollection&) = delete;
+  ReactorCollection& operator=(const ReactorCollection&) = delete;
   ~ReactorCollection() = default;
 
  private:
@@ -196,8 +199,6 @@ template <class Key, class R>
 class ReactorMap : public ReactorCollection<ReactorMap<Key, R>, Key, R> {
  public:
   ReactorMap() noexcept = default;
-  ReactorMap(const ReactorMap&) = delete;
-  ReactorMap& operator=(const ReactorMap&) = delete;
   ~ReactorMap() { clear(); }
 
   R* find(const Key& k) const noexcept {
@@ -239,8 +240,6 @@ class SmallReactorMap : public ReactorCollection<SmallReactorMap<Key, R, kInline
 
  public:
   SmallReactorMap() noexcept = default;
-  SmallReactorMap(const SmallReactorMap&) = delete;
-  SmallReactorMap& operator=(const SmallReactorMap&) = delete;
   ~SmallReactorMap() { clear(); }
 
   R* find(const Key& k) const noexcept {
